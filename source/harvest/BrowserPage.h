@@ -1,0 +1,73 @@
+#pragma once
+
+#include <QString>
+
+#include <memory>
+#include <vector>
+
+class PageSource;
+class PageLoad;
+class HtmlDocument;
+
+// One element of a loaded page, as the listing scan and the category crawl read it.
+// Elements belong to their document and live as long as it does.
+class HtmlElement {
+public:
+    virtual ~HtmlElement() = default;
+    // For a link (an anchor or area with an href) its target as an absolute URL: an absolute href
+    // as written, a relative one resolved against the page's URL. For any other element "[object]".
+    virtual QString DefaultValue() const = 0;
+    // The markup inside the element, element names in capitals ("<IMG ..."), text escaped as the
+    // HTML fragment serialization escapes it.
+    virtual QString innerHTML() const = 0;
+    virtual QString outerHTML() const = 0;
+    // The text without markup: runs of white space folded to one blank, trimmed; a line break for
+    // <br> and between block elements.
+    virtual QString innerText() const = 0;
+    // The enclosing element, or nullptr.
+    virtual HtmlElement* parentElement() const = 0;
+    // The element's name in capitals, such as "B".
+    virtual QString tagName() const = 0;
+};
+
+class HtmlDocument {
+public:
+    virtual ~HtmlDocument() = default;
+    // Anchors and areas with an href, in document order.
+    virtual const std::vector<HtmlElement*>& links() const = 0;
+    // Every element, in document order.
+    virtual const std::vector<HtmlElement*>& all() const = 0;
+    // The root element, or nullptr for a page without elements.
+    virtual HtmlElement* documentElement() const = 0;
+};
+
+// The stand-in for the platform's unseen browser object with its loaded document.
+// Order of use: construct, Navigate, read ReadyState until it is 4 (yielding between reads),
+// Document, read, Quit.
+class BrowserPage final {
+public:
+    // Loads through the given source, or through the process's default source when null.
+    explicit BrowserPage(PageSource* source = nullptr);
+    ~BrowserPage();
+    BrowserPage(const BrowserPage&) = delete;
+    BrowserPage& operator=(const BrowserPage&) = delete;
+
+    // Starts loading the URL and returns at once. Works again on a page that has loaded.
+    void Navigate(const QString& url);
+    // 4 once the load has ended, whether it succeeded or not; below 4 while it goes on.
+    int ReadyState() const;
+    // Once ReadyState is 4 the loaded page, never null: a failed load gives a page without
+    // elements. Null before that. Valid until the next Navigate or Quit.
+    HtmlDocument* Document();
+    // Abandons a load in progress: ReadyState turns 4 with a page without elements.
+    void Stop();
+    // Ends the browser: any load is abandoned and the document released.
+    void Quit();
+
+private:
+    PageSource* m_source;
+    std::unique_ptr<PageLoad> m_load;
+    std::unique_ptr<HtmlDocument> m_document;
+    QString m_url;
+    bool m_ended = true;
+};

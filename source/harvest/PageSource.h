@@ -1,0 +1,40 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <QUrl>
+
+#include <memory>
+
+// The answer to one page load.
+struct PageResponse {
+    QByteArray body;
+    // The charset that the server named in its Content-Type header; empty when it named none.
+    QString httpCharset;
+    // The URL the body came from, after redirects; relative links resolve against it.
+    QUrl finalUrl;
+    // False after an error, a time-out or a refused URL; the body may still hold what came.
+    bool ok = false;
+};
+
+// One load in progress. Destroying it abandons the load.
+class PageLoad {
+public:
+    virtual ~PageLoad() = default;
+    virtual bool IsFinished() const = 0;
+    // The response, once IsFinished(); may be called once.
+    virtual PageResponse TakeResponse() = 0;
+    // Ends the load now; IsFinished() turns true with ok false.
+    virtual void Abort() = 0;
+};
+
+// Where pages come from: HTTP for the program, stored files for unit tests.
+class PageSource {
+public:
+    virtual ~PageSource() = default;
+    virtual std::unique_ptr<PageLoad> Start(const QUrl& url) = 0;
+};
+
+// The source that BrowserPage uses when none is given: HTTP unless a host set another.
+PageSource& DefaultPageSource();
+void SetDefaultPageSource(PageSource* source); // null restores HTTP

@@ -1,0 +1,54 @@
+#include "HostHooks.h"
+
+#include <QCoreApplication>
+#include <QEventLoop>
+
+#include <cstdio>
+
+namespace {
+
+HostHooks makeDefaults() {
+    HostHooks h;
+    h.SiteLabel = [] { return QStringLiteral("ebay.com"); };
+    h.SetMainTotalCaption = [](const QString&) {};
+    h.Yield = [] { QCoreApplication::processEvents(); };
+    h.WaitForEvents = [] { QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents); };
+    h.MsgBox = [](const QString& text, int style, const QString&) {
+        std::fprintf(stderr, "%s\n", qUtf8Printable(text));
+        return style == 20 ? 7 : 1;
+    };
+    h.ExclusionFileUnreadable = [](const QString& path) {
+        std::fprintf(stderr, "Cannot open %s\n", qUtf8Printable(path));
+    };
+    h.SetMousePointer = [](int) {};
+    h.HideFeedback = [] {};
+    h.ShowRefreshFeedback = [] {};
+    h.GettingKeywordsVisible = [] { return false; };
+    h.MaxAuctionsIndex = [] { return 2; };
+    h.SetMaxAuctionsIndex = [](int) {};
+    h.CategoryTreeRefilled = [] {};
+    return h;
+}
+
+QString& programFolderOverride() {
+    static QString folder;
+    return folder;
+}
+
+} // namespace
+
+HostHooks& Hooks() {
+    static HostHooks hooks = makeDefaults();
+    return hooks;
+}
+
+void ResetHooks() { Hooks() = makeDefaults(); }
+
+QString ProgramFolder() {
+    const QString& folder = programFolderOverride();
+    if (!folder.isEmpty())
+        return folder;
+    return QCoreApplication::applicationDirPath();
+}
+
+void SetProgramFolder(const QString& folder) { programFolderOverride() = folder; }

@@ -1,0 +1,13 @@
+#!/usr/bin/env bash
+# Sets up, builds and runs the whole test suite; exits non-zero on any failure.
+#   tools/test.sh          the normal build, in build/
+#   tools/test.sh --asan   the sanitizer build, in build-asan/
+set -euo pipefail
+cd "$(dirname "$0")/.."
+if [ "${1:-}" = "--asan" ]; then
+    export MARQUILL_BUILD_DIR=build-asan MARQUILL_SANITIZE=ON
+    export ASAN_OPTIONS="detect_leaks=0:abort_on_error=1" UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
+fi
+tools/setup.sh
+cd "${MARQUILL_BUILD_DIR:-build}"
+QT_QPA_PLATFORM=offscreen ctest --output-on-failure -j"$(nproc)"
