@@ -1,0 +1,34 @@
+#pragma once
+
+#include "modMain.h"
+
+#include <QString>
+
+#include <cstdint>
+#include <memory>
+
+class CategoryNode;
+class CategoryTree;
+
+// The harvest run: walks the part of the tree that the scope stands for and scans each listing
+// page. The tree is held for the length of the run, so that a refill during a stop cannot pull
+// the nodes away; after a confirmed stop the run reads no node and ends.
+void RunHarvest(SearchScope scope, const QString& url, std::shared_ptr<const CategoryTree> tree,
+                const CategoryNode* selected);
+
+// The scope from a node's FullPath: 1, 2 or 3 by the number of "~" fields; 0 for more.
+SearchScope ScopeOfPath(const QString& fullPath);
+
+// A copy of the URL asking for 50 records a page where it asked for 200.
+QString PrepareListingUrl(const QString& url);
+
+// The listing scan.
+void ScanListingPage(const QString& url);
+Flag ScanResultPage(std::int16_t pageNumber, const QString& firstPageUrl);
+std::int16_t ReadPageCount(const QString& outerHtml);
+
+// The keyword tally.
+void LoadExclusions();
+void ResetKeywordTable();
+void TallyTitle(const QString& title);
+bool IsKeywordSeen(const QString& upperWord);
