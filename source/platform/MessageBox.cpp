@@ -9,6 +9,7 @@ struct Seam {
     QQueue<int> answers;
     bool supplied = false;
     QList<MessageBox::Shown> shown;
+    std::function<void(const MessageBox::Shown&)> onShow;
 };
 
 Seam& seam() {
@@ -26,6 +27,8 @@ int MessageBox::Show(const QString& text, int style, const QString& title, QWidg
     const QString caption = title.isEmpty() ? ApplicationTitle() : title;
     Seam& s = seam();
     s.shown.append(Shown{text, style, caption});
+    if (s.onShow)
+        s.onShow(Shown{text, style, caption});
     const bool question = (style & 0x0F) == 4;
     if (!s.answers.isEmpty())
         return s.answers.dequeue();
@@ -48,6 +51,10 @@ int MessageBox::Show(const QString& text, int style, const QString& title, QWidg
 
 void MessageBox::SetNextAnswer(int answer) {
     seam().answers.enqueue(answer);
+}
+
+void MessageBox::SetOnShow(std::function<void(const Shown&)> onShow) {
+    seam().onShow = std::move(onShow);
 }
 
 void MessageBox::SetAnswersSupplied(bool supplied) {

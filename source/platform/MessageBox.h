@@ -2,6 +2,7 @@
 
 #include <QList>
 #include <QString>
+#include <functional>
 
 class QWidget;
 
@@ -31,6 +32,8 @@ public:
     // question, as a cautious user would.
     static void SetAnswersSupplied(bool supplied);
     static const QList<Shown>& ShownBoxes();
+    // Called as each box is shown, before its answer: tests look at the window behind it.
+    static void SetOnShow(std::function<void(const Shown&)> onShow);
     static void Reset();
 
     static QString ApplicationTitle();
