@@ -20,6 +20,14 @@
 #include <QNetworkRequest>
 #include <QTimer>
 #endif
+#if __has_include("catalogue/modRetreiver.h")
+#include "catalogue/modRetreiver.h"
+#define MARQUILL_HAVE_REFRESH 1
+#endif
+#if __has_include("shell/frmHelp.h")
+#include "shell/frmHelp.h"
+#define MARQUILL_HAVE_HELP 1
+#endif
 #if __has_include("results/frmSummary.h")
 #include "results/frmSummary.h"
 #define MARQUILL_HAVE_SUMMARY 1
@@ -122,6 +130,12 @@ frmMain::frmMain(QWidget* parent) : QMainWindow(parent), m_ui(std::make_unique<U
     connect(m_ui->cmdGetKeywords, &QPushButton::clicked, this, &frmMain::cmdGetKeywords_Click);
     connect(m_ui->cmdStopSearch, &QPushButton::clicked, this, &frmMain::cmdStopSearch_Click);
     connect(m_ui->cmdExit, &QPushButton::clicked, this, &frmMain::cmdExit_Click);
+#ifdef MARQUILL_HAVE_HELP
+    connect(m_ui->cmdHelp, &QPushButton::clicked, this, [this] { ShowHelp(this); });
+#endif
+#ifdef MARQUILL_HAVE_REFRESH
+    connect(m_ui->cmdRefresh, &QPushButton::clicked, this, &frmMain::cmdRefresh_Click);
+#endif
     // The menu's Exit has nothing of its own to do: it is the Exit button by another road.
     connect(m_ui->mnuExit, &QAction::triggered, this, &frmMain::cmdExit_Click);
     connect(m_ui->cmdStopSearch, &ARButton::PointerEnter, this,
@@ -369,14 +383,31 @@ void frmMain::cmdStopSearch_Click() {
     HideFeedback();
 }
 
+void frmMain::cmdRefresh_Click() {
+#ifdef MARQUILL_HAVE_REFRESH
+    // Inside the crawl's yields no search, second refresh or change of site may start.
+    m_ui->cboSite->setEnabled(false);
+    m_ui->cmdGetKeywords->setEnabled(false);
+    m_ui->cmdRefresh->setEnabled(false);
+    m_inRun = true;
+    RefreshCategories();
+    m_inRun = false;
+    m_ui->cboSite->setEnabled(true);
+    m_ui->cmdGetKeywords->setEnabled(true);
+    m_ui->cmdRefresh->setEnabled(true);
+    if (m_closeAfterRun)
+        close();
+#endif
+}
+
 void frmMain::cmdExit_Click() {
     seams().exitProcess();
 }
 
 void frmMain::closeEvent(QCloseEvent* event) {
     if (m_inRun) {
-        // A close during a run is a stop without the question; the window closes once the run
-        // has unwound, and the summary is not shown.
+        // A close during a run, search or refresh, is a stop without the question; the window
+        // closes once the run has unwound, and no summary is shown.
         m_closeAfterRun = true;
         HarvestState.StopRequested = FlagTrue;
         HideFeedback();

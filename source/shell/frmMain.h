@@ -51,6 +51,7 @@ private:
 
     void cmdGetKeywords_Click();
     void cmdStopSearch_Click();
+    void cmdRefresh_Click();
     void cmdExit_Click();
     void treCategories_Click();
 

@@ -27,14 +27,16 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTreeWidget>
-
 #include <memory>
 
 namespace {
 
-const QString DollsUrl = QStringLiteral("http://listings.ebay.com/Dolls-Bears_W0QQsacatZ237QQsorecordsperpageZ50");
-const QString CafeUrl = QStringLiteral("http://listings.ebay.com/Cafe-Sets_W0QQsacatZ238QQsorecordsperpageZ50");
-const QString BullionUrl = QStringLiteral("http://listings.ebay.com/Bullion_W0QQsacatZ39482QQsorecordsperpageZ50");
+const QString DollsUrl =
+    QStringLiteral("http://listings.ebay.com/Dolls-Bears_W0QQsacatZ237QQsorecordsperpageZ50");
+const QString CafeUrl =
+    QStringLiteral("http://listings.ebay.com/Cafe-Sets_W0QQsacatZ238QQsorecordsperpageZ50");
+const QString BullionUrl =
+    QStringLiteral("http://listings.ebay.com/Bullion_W0QQsacatZ39482QQsorecordsperpageZ50");
 
 const char CategoryFile[] = R"(<?xml version="1.0" encoding="ISO-8859-1"?>
 <Categories>
@@ -72,8 +74,8 @@ QByteArray ListingPage(const QStringList& titles) {
 
 const QStringList DollsTitles{
     QStringLiteral("Vintage Porcelain Doll"), QStringLiteral("Teddy Bear vintage mohair"),
-    QStringLiteral("Porcelain doll house"),  QStringLiteral("Rag doll with bonnet"),
-    QStringLiteral("Steiff bear button"),    QStringLiteral("Antique bisque doll head"),
+    QStringLiteral("Porcelain doll house"),   QStringLiteral("Rag doll with bonnet"),
+    QStringLiteral("Steiff bear button"),     QStringLiteral("Antique bisque doll head"),
 };
 
 // What the summary step saw when the search command reached it.
@@ -89,7 +91,8 @@ struct SummarySeen {
 // A loopback server that answers every request, as a proxy would, with a fixed status and body.
 class ProbeServer final : public QObject {
 public:
-    ProbeServer(int status, QByteArray body, bool hangUp) : m_status(status), m_body(std::move(body)), m_hangUp(hangUp) {
+    ProbeServer(int status, QByteArray body, bool hangUp)
+        : m_status(status), m_body(std::move(body)), m_hangUp(hangUp) {
         QObject::connect(&m_server, &QTcpServer::newConnection, this, [this] {
             while (QTcpSocket* socket = m_server.nextPendingConnection()) {
                 QObject::connect(socket, &QTcpSocket::readyRead, socket, [this, socket] {
@@ -97,8 +100,8 @@ public:
                     if (!m_request.contains("\r\n\r\n"))
                         return;
                     if (!m_hangUp) {
-                        socket->write("HTTP/1.1 " + QByteArray::number(m_status) + " Status\r\nContent-Length: " +
-                                      QByteArray::number(m_body.size()) +
+                        socket->write("HTTP/1.1 " + QByteArray::number(m_status) +
+                                      " Status\r\nContent-Length: " + QByteArray::number(m_body.size()) +
                                       "\r\nContent-Type: text/html\r\nConnection: close\r\n\r\n" + m_body);
                     }
                     socket->disconnectFromHost();
@@ -193,7 +196,8 @@ private Q_SLOTS:
         QVERIFY(exclusions.open(QIODevice::WriteOnly));
         exclusions.write("with\r\n");
         exclusions.close();
-        QVERIFY(QFile::copy(QStringLiteral(MARQUILL_DATA_DIR "/anwork.gif"), m_folder.filePath(QStringLiteral("anwork.gif"))));
+        QVERIFY(QFile::copy(QStringLiteral(MARQUILL_DATA_DIR "/anwork.gif"),
+                            m_folder.filePath(QStringLiteral("anwork.gif"))));
         SetProgramFolder(m_folder.path());
         m_pages.Set(DollsUrl, ListingPage(DollsTitles));
         m_pages.Set(CafeUrl, ListingPage({QStringLiteral("Blue cafe cup")}));
@@ -521,20 +525,32 @@ private Q_SLOTS:
         QTest::addColumn<QString>("parent");
         QTest::addColumn<QRect>("pixels");
         // Twips / 15.
-        QTest::newRow("treCategories") << "treCategories" << "centralwidget" << QRect(26, 54, 197, 291);
-        QTest::newRow("cboSite") << "cboSite" << "centralwidget" << QRect(137, 28, 78, 21);
-        QTest::newRow("cmdGetKeywords") << "cmdGetKeywords" << "Frame2" << QRect(77, 57, 145, 29);
-        QTest::newRow("cboMaxAuctions") << "cboMaxAuctions" << "Frame2" << QRect(163, 18, 81, 21);
-        QTest::newRow("fraFeedBack") << "fraFeedBack" << "centralwidget" << QRect(234, 212, 292, 89);
-        QTest::newRow("cmdStopSearch") << "cmdStopSearch" << "fraFeedBack" << QRect(168, 32, 97, 25);
-        QTest::newRow("Picture1") << "Picture1" << "fraFeedBack" << QRect(53, 26, 86, 15);
-        QTest::newRow("WebBrowser1") << "WebBrowser1" << "Picture1" << QRect(-16, -18, 123, 51);
-        QTest::newRow("lblMainTotal") << "lblMainTotal" << "fraFeedBack" << QRect(11, 50, 161, 12);
-        QTest::newRow("cmdRefresh") << "cmdRefresh" << "centralwidget" << QRect(240, 332, 105, 25);
-        QTest::newRow("cmdExit") << "cmdExit" << "centralwidget" << QRect(440, 312, 73, 25);
-        QTest::newRow("StatusBar1") << "StatusBar1" << "centralwidget" << QRect(0, 383, 549, 20);
-        QTest::newRow("txtlblRefreshingCategories")
-            << "txtlblRefreshingCategories" << "centralwidget" << QRect(243, 211, 132, 21);
+        QTest::newRow("treCategories") << "treCategories"
+                                       << "centralwidget" << QRect(26, 54, 197, 291);
+        QTest::newRow("cboSite") << "cboSite"
+                                 << "centralwidget" << QRect(137, 28, 78, 21);
+        QTest::newRow("cmdGetKeywords") << "cmdGetKeywords"
+                                        << "Frame2" << QRect(77, 57, 145, 29);
+        QTest::newRow("cboMaxAuctions") << "cboMaxAuctions"
+                                        << "Frame2" << QRect(163, 18, 81, 21);
+        QTest::newRow("fraFeedBack") << "fraFeedBack"
+                                     << "centralwidget" << QRect(234, 212, 292, 89);
+        QTest::newRow("cmdStopSearch") << "cmdStopSearch"
+                                       << "fraFeedBack" << QRect(168, 32, 97, 25);
+        QTest::newRow("Picture1") << "Picture1"
+                                  << "fraFeedBack" << QRect(53, 26, 86, 15);
+        QTest::newRow("WebBrowser1") << "WebBrowser1"
+                                     << "Picture1" << QRect(-16, -18, 123, 51);
+        QTest::newRow("lblMainTotal") << "lblMainTotal"
+                                      << "fraFeedBack" << QRect(11, 50, 161, 12);
+        QTest::newRow("cmdRefresh") << "cmdRefresh"
+                                    << "centralwidget" << QRect(240, 332, 105, 25);
+        QTest::newRow("cmdExit") << "cmdExit"
+                                 << "centralwidget" << QRect(440, 312, 73, 25);
+        QTest::newRow("StatusBar1") << "StatusBar1"
+                                    << "centralwidget" << QRect(0, 383, 549, 20);
+        QTest::newRow("txtlblRefreshingCategories") << "txtlblRefreshingCategories"
+                                                    << "centralwidget" << QRect(243, 211, 132, 21);
     }
 
     void controlsSitWhereTheFormPutsThem() {
@@ -566,7 +582,7 @@ private Q_SLOTS:
         QVERIFY(order.indexOf(Control<QLineEdit>("txtlblRefreshingCategories")) >
                 order.indexOf(Control<QLineEdit>("txtlblGettingKeywords")));
 
-        const QStringList expected{QStringLiteral("treCategories"), QStringLiteral("cboSite"),
+        const QStringList expected{QStringLiteral("treCategories"),  QStringLiteral("cboSite"),
                                    QStringLiteral("cboMaxAuctions"), QStringLiteral("cmdGetKeywords"),
                                    QStringLiteral("cmdStopSearch"),  QStringLiteral("cmdHelp"),
                                    QStringLiteral("cmdExit"),        QStringLiteral("cmdRefresh")};
