@@ -5,7 +5,11 @@
 #include <QByteArray>
 #include <QFile>
 #include <QFileInfo>
-#include <QSaveFile>
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 CategoryStoreRecord CategoryStore;
 
@@ -30,20 +34,42 @@ QByteArray Utf8(const QString& text) {
     return text.toUtf8();
 }
 
-// The whole document through a temporary file in the same folder, renamed over the old one:
-// the file on disk is always either the former or the new document.
+// Writes every byte, or reports that it could not: a full disk or a file size limit shows up
+// as a short write that must not be taken for success.
+bool WriteAll(int fd, const QByteArray& bytes) {
+    const char* data = bytes.constData();
+    qsizetype left = bytes.size();
+    while (left > 0) {
+        const ssize_t written = ::write(fd, data, size_t(left));
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            return false;
+        data += written;
+        left -= written;
+    }
+    return true;
+}
+
+// The whole document goes to a temporary file in the same folder, flushed to the disk, then
+// renamed over the old one: the file on disk is always either the former or the new document.
 bool SaveDocument(const pugi::xml_document& document, const QString& path) {
     ByteWriter writer;
     document.save(writer, "", pugi::format_raw | pugi::format_no_declaration, pugi::encoding_latin1);
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
+
+    const QByteArray target = QFile::encodeName(path);
+    QByteArray temporary = target + ".XXXXXX";
+    const int fd = ::mkstemp(temporary.data());
+    if (fd < 0)
         return false;
-    if (file.write(writer.m_bytes) != writer.m_bytes.size()) {
-        file.cancelWriting();
+    struct stat former {};
+    const mode_t mode = ::stat(target.constData(), &former) == 0 ? (former.st_mode & 07777) : 0644;
+    bool written = ::fchmod(fd, mode) == 0 && WriteAll(fd, writer.m_bytes) && ::fsync(fd) == 0;
+    written = (::close(fd) == 0) && written;
+    if (!written || ::rename(temporary.constData(), target.constData()) != 0) {
+        ::unlink(temporary.constData());
         return false;
     }
-    if (!file.commit())
-        return false;
     ++saveCount;
     return true;
 }
