@@ -51,6 +51,7 @@ private Q_SLOTS:
     void repeatedKeysArePassedOver();
     void tildeInANameAddsAPart();
     void childPositionStopsAtSixteenBits();
+    void cdataTerminatorInAnEntryGivesOneNode();
     void refillLeavesTheFormerTreeReadable();
     void loadFailureShowsMessageAndFillsNothing();
     void siteClickRereadsTheDiskAndReleases();
@@ -254,6 +255,24 @@ void tst_CategoryCatalogue::childPositionStopsAtSixteenBits() {
     QVERIFY(!CurrentCategoryTree()->FindByKey(QStringLiteral("u32765")));
     // The next element is read from its own position 0.
     QVERIFY(CurrentCategoryTree()->FindByKey(QStringLiteral("http://after/")));
+}
+
+void tst_CategoryCatalogue::cdataTerminatorInAnEntryGivesOneNode() {
+    CategoryStore.CategoryFilePath = m_path;
+    QVERIFY(OpenCategoryFile(m_path, CategoryRootName));
+    AddMainCategory(QStringLiteral("Odd]]>Main"), QStringLiteral("http://m/]]>"));
+    AddSubCategory(QStringLiteral("Odd]]>Sub"), QStringLiteral("http://m/s]]>QQsorecordsperpageZ50"));
+    AddSubCategory(QStringLiteral("Next"), QStringLiteral("http://m/nQQsorecordsperpageZ50"));
+    ReleaseCategoryFile();
+
+    LoadCategories();
+    const QStringList expected{
+        QStringLiteral("Select Category\tRoot"),
+        QStringLiteral("Select Category~Odd]] >Main\thttp://m/]]%3E"),
+        QStringLiteral("Select Category~Odd]] >Main~Odd]] >Sub\thttp://m/s]]%3EQQsorecordsperpageZ50"),
+        QStringLiteral("Select Category~Odd]] >Main~Next\thttp://m/nQQsorecordsperpageZ50"),
+    };
+    QCOMPARE(Listing(CurrentCategoryTree()), expected);
 }
 
 void tst_CategoryCatalogue::refillLeavesTheFormerTreeReadable() {
