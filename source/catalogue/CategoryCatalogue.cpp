@@ -25,21 +25,19 @@ void ShowOpenFailure(const QString& path) {
 }
 
 // Every element with that tag in the whole document, in document order.
-void CollectElements(const pugi::xml_node& node, const char* tag, std::vector<pugi::xml_node>& found) {
-    for (pugi::xml_node child = node.first_child(); child; child = child.next_sibling()) {
-        if (child.type() != pugi::node_element)
-            continue;
-        if (std::strcmp(child.name(), tag) == 0)
-            found.push_back(child);
-        CollectElements(child, tag, found);
-    }
+std::vector<pugi::xml_node> ElementsByTagName(const pugi::xml_document& document, const char* tag) {
+    std::vector<pugi::xml_node> found;
+    for (pugi::xml_node node = NextInDocumentOrder(document, document); node;
+         node = NextInDocumentOrder(node, document))
+        if (node.type() == pugi::node_element && std::strcmp(node.name(), tag) == 0)
+            found.push_back(node);
+    return found;
 }
 
 void FillTree(CategoryTree& tree, const pugi::xml_document& document, const QString& siteLabel) {
     const QByteArray tag = siteLabel.toUtf8();
-    std::vector<pugi::xml_node> sites;
-    if (!tag.isEmpty())
-        CollectElements(document, tag.constData(), sites);
+    const std::vector<pugi::xml_node> sites =
+        tag.isEmpty() ? std::vector<pugi::xml_node>() : ElementsByTagName(document, tag.constData());
 
     CategoryNode* root = tree.Root();
     // Both carry over from one site element to the next, as the file's reader always has.

@@ -117,24 +117,24 @@ QString CategoryFileText(const QString& text, bool isUrl) {
     return out;
 }
 
-namespace {
-
-void AppendText(const pugi::xml_node& node, QByteArray& text) {
-    for (pugi::xml_node child = node.first_child(); child; child = child.next_sibling()) {
-        if (child.type() == pugi::node_cdata || child.type() == pugi::node_pcdata)
-            text.append(child.value());
-        else if (child.type() == pugi::node_element)
-            AppendText(child, text);
-    }
+pugi::xml_node NextInDocumentOrder(const pugi::xml_node& node, const pugi::xml_node& top) {
+    if (node.first_child())
+        return node.first_child();
+    // Without recursion: a hand-made file may nest deeper than the stack would bear.
+    for (pugi::xml_node up = node; up && up != top; up = up.parent())
+        if (up.next_sibling())
+            return up.next_sibling();
+    return pugi::xml_node();
 }
-
-} // namespace
 
 QString CategoryNodeText(const pugi::xml_node& node) {
     if (node.type() == pugi::node_cdata || node.type() == pugi::node_pcdata)
         return QString::fromUtf8(node.value());
     QByteArray text;
-    AppendText(node, text);
+    for (pugi::xml_node inner = NextInDocumentOrder(node, node); inner;
+         inner = NextInDocumentOrder(inner, node))
+        if (inner.type() == pugi::node_cdata || inner.type() == pugi::node_pcdata)
+            text.append(inner.value());
     return QString::fromUtf8(text);
 }
 

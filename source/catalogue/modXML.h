@@ -40,5 +40,8 @@ std::int32_t CategoryFileSaveCount();
 // that the text stays one CDATA section (see modXML.cpp).
 QString CategoryFileText(const QString& text, bool isUrl);
 
+// The node after node in document order, staying inside top; null at the end.
+pugi::xml_node NextInDocumentOrder(const pugi::xml_node& node, const pugi::xml_node& top);
+
 // The text of an element's CDATA sections and text nodes, or of a text node itself.
 QString CategoryNodeText(const pugi::xml_node& node);

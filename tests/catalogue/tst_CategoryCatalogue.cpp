@@ -52,6 +52,7 @@ private Q_SLOTS:
     void tildeInANameAddsAPart();
     void childPositionStopsAtSixteenBits();
     void cdataTerminatorInAnEntryGivesOneNode();
+    void siteElementsAreFoundAtAnyDepth();
     void refillLeavesTheFormerTreeReadable();
     void loadFailureShowsMessageAndFillsNothing();
     void siteClickRereadsTheDiskAndReleases();
@@ -273,6 +274,26 @@ void tst_CategoryCatalogue::cdataTerminatorInAnEntryGivesOneNode() {
         QStringLiteral("Select Category~Odd]] >Main~Next\thttp://m/nQQsorecordsperpageZ50"),
     };
     QCOMPARE(Listing(CurrentCategoryTree()), expected);
+}
+
+void tst_CategoryCatalogue::siteElementsAreFoundAtAnyDepth() {
+    // A hand-made file nesting far deeper than a recursive walk would survive.
+    constexpr int depth = 200000;
+    QByteArray open;
+    QByteArray close;
+    for (int i = 0; i < depth; ++i) {
+        open += "<d>";
+        close += "</d>";
+    }
+    WriteFile(File(Site("ebay.com", "Top", "http://top/") + open +
+                   Site("ebay.com", "Deep", "http://deep/", Sub("Bottom", "http://deep/b")) + close));
+    LoadCategories();
+    QVERIFY(m_messages.isEmpty());
+    QCOMPARE(Listing(CurrentCategoryTree()),
+             (QStringList{QStringLiteral("Select Category\tRoot"),
+                          QStringLiteral("Select Category~Top\thttp://top/"),
+                          QStringLiteral("Select Category~Deep\thttp://deep/"),
+                          QStringLiteral("Select Category~Deep~Bottom\thttp://deep/b")}));
 }
 
 void tst_CategoryCatalogue::refillLeavesTheFormerTreeReadable() {
