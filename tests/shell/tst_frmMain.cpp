@@ -445,7 +445,7 @@ private Q_SLOTS:
         QTest::mouseClick(tree->viewport(), Qt::LeftButton, {}, itemBox.center());
         auto* limits = Control<QComboBox>("cboMaxAuctions");
         QCOMPARE(limits->currentText(), QStringLiteral("500"));
-        const QTreeWidgetItem* rootBefore = tree->topLevelItem(0);
+        const CategoryTree* treeBefore = CurrentCategoryTree().get();
 
         bool stopped = false;
         AtYield(8, [&] {
@@ -453,7 +453,9 @@ private Q_SLOTS:
             QTest::mouseClick(Control<ARButton>("cmdStopSearch"), Qt::LeftButton);
             QCOMPARE(HarvestState.StopRequested, FlagTrue);
             // At once, inside the click: tree rebuilt, "2,000", feedback hidden, commands still closed.
-            QVERIFY(tree->topLevelItem(0) != rootBefore);
+            QVERIFY(CurrentCategoryTree().get() != treeBefore);
+            QCOMPARE(m_window->ItemOfNode(CurrentCategoryTree()->Root()), tree->topLevelItem(0));
+            QCOMPARE(tree->topLevelItem(0)->childCount(), 2);
             QVERIFY(!m_window->SelectedNode());
             QCOMPARE(limits->currentText(), QStringLiteral("2,000"));
             QVERIFY(!Control<QFrame>("fraFeedBack")->isVisible());
