@@ -95,9 +95,15 @@ Seams& seams() {
 }
 
 QFont FormFont(qreal points, bool bold) {
-    // The window's typeface where the machine has it, otherwise the nearest common sans.
-    const QString family = QFontDatabase::hasFamily(QStringLiteral("Tahoma")) ? QStringLiteral("Tahoma")
-                                                                              : QStringLiteral("DejaVu Sans");
+    // The window's typeface where the machine has it; otherwise a condensed sans, whose widths
+    // come close enough that no caption of the form is cut off.
+    static const QString family = [] {
+        for (const QString& name : {QStringLiteral("Tahoma"), QStringLiteral("DejaVu Sans Condensed"),
+                                    QStringLiteral("Liberation Sans Narrow")})
+            if (QFontDatabase::hasFamily(name))
+                return name;
+        return QStringLiteral("Sans Serif");
+    }();
     QFont font(family);
     font.setPointSizeF(points);
     font.setBold(bold);
@@ -184,6 +190,7 @@ void frmMain::ApplyLook() {
 
     for (QLineEdit* title : {m_ui->txtlblGettingKeywords, m_ui->txtlblRefreshingCategories}) {
         title->setFont(FormFont(8.25, true));
+        title->setTextMargins(0, 0, 0, 0);
         QPalette p = title->palette();
         p.setColor(QPalette::Base, WindowColour);
         title->setPalette(p);
