@@ -316,6 +316,17 @@ void frmMain::SetCommandsEnabled(bool enabled) {
 }
 
 void frmMain::cmdGetKeywords_Click() {
+    m_inRun = true;
+    SearchCommand();
+    m_inRun = false;
+    if (m_closeAfterRun) {
+        // The window was closed while the command ran: no summary, and now the window goes.
+        ScreenPointer::Set(ScreenPointer::Default);
+        close();
+    }
+}
+
+void frmMain::SearchCommand() {
     ScreenPointer::Set(ScreenPointer::Wait);
     m_ui->lblMainTotal->setText(QStringLiteral("Keywords Found: 0"));
     HarvestState.KeywordsFound = 0;
@@ -361,17 +372,12 @@ void frmMain::cmdGetKeywords_Click() {
     HarvestState.AuctionsScanned = 0;
     HarvestState.MaxAuctions = m_ui->cboMaxAuctions->currentData().toInt();
 
-    m_inRun = true;
     RunHarvest(scope, url, m_shownTree, selected);
-    m_inRun = false;
 
     m_ui->txtlblGettingKeywords->hide();
     m_ui->fraFeedBack->hide();
     if (m_closeAfterRun) {
-        // The window was closed during the run: no summary, the program ends.
-        ScreenPointer::Set(ScreenPointer::Default);
         HarvestState.SelectedPath.clear();
-        close();
         return;
     }
     seams().showSummary(this);

@@ -50,6 +50,7 @@ private:
     void HideFeedback();
 
     void cmdGetKeywords_Click();
+    void SearchCommand();
     void cmdStopSearch_Click();
     void cmdRefresh_Click();
     void cmdExit_Click();
@@ -58,7 +59,7 @@ private:
     std::unique_ptr<Ui::frmMain> m_ui;
     // The tree on show: its nodes stay valid for the items that point at them.
     std::shared_ptr<CategoryTree> m_shownTree;
-    // Set while the search command is inside its run, so a close can end the run first.
+    // Set while the search or refresh command runs, so a close can end the run first.
     bool m_inRun = false;
     bool m_closeAfterRun = false;
 };

@@ -507,6 +507,23 @@ private Q_SLOTS:
         QCOMPARE(ScreenPointer::Current(), 0);
     }
 
+    void closingWhileTheProbeWaitsRunsNothing() {
+        SelectNode(QStringLiteral("Select Category~Toys & Games~Dolls"));
+        bool openDuringProbe = false;
+        frmMain::SetProbe([&](const QString&) {
+            m_window->close();
+            // Still open: the command has not unwound yet.
+            openDuringProbe = m_window->isVisible();
+            return QStringLiteral("<html>up</html>");
+        });
+        ClickGetKeywords();
+        QVERIFY(openDuringProbe);
+        QVERIFY(m_pages.Requested().isEmpty());
+        QCOMPARE(m_summary.calls, 0);
+        QVERIFY(!m_window->isVisible());
+        QVERIFY(HarvestState.SelectedPath.isEmpty());
+    }
+
     void exitCommandsEndTheProcess() {
         QTest::mouseClick(Control<ARButton>("cmdExit"), Qt::LeftButton);
         QCOMPARE(m_exits, 1);
