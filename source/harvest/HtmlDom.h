@@ -1,0 +1,22 @@
+#pragma once
+
+#include "BrowserPage.h"
+
+#include <QByteArray>
+#include <QString>
+#include <QUrl>
+#include <memory>
+
+// Nesting deeper than this is flattened after parsing: the elements below the cap become children
+// of the element at the cap, in document order, with all their text and links kept.
+inline constexpr int HtmlMaxTreeDepth = 512;
+
+// Parses a page into the element facade. The bytes are decoded by httpCharset when it names a
+// known charset, else by the page's meta charset, else as windows-1252. Never returns null; bytes
+// that are no HTML at all give a document without links.
+std::unique_ptr<HtmlDocument> ParseHtmlDocument(const QByteArray& body, const QString& httpCharset,
+                                                const QUrl& pageUrl);
+// A document without elements, for a load that failed or was abandoned.
+std::unique_ptr<HtmlDocument> EmptyHtmlDocument();
+// The charset that a meta tag near the start of the page names, or an empty string.
+QString MetaCharset(const QByteArray& body);
