@@ -7,6 +7,7 @@
 #include <cstring>
 #include <deque>
 #include <libxml/HTMLparser.h>
+#include <libxml/SAX2.h>
 #include <libxml/encoding.h>
 #include <libxml/tree.h>
 #include <string_view>
@@ -62,27 +63,6 @@ template <class Enter, class Leave> void WalkChildren(xmlNodePtr root, Enter&& e
             leave(node);
         }
         node = node->next;
-    }
-}
-
-// Moves every descendant of the node up to be its child, in document order.
-void Flatten(xmlNodePtr node) {
-    for (xmlNodePtr child = node->children; child; child = child->next) {
-        if (!child->children)
-            continue;
-        xmlNodePtr first = child->children;
-        xmlNodePtr last = child->last;
-        for (xmlNodePtr k = first; k; k = k->next)
-            k->parent = node;
-        last->next = child->next;
-        if (child->next)
-            child->next->prev = last;
-        else
-            node->last = last;
-        child->next = first;
-        first->prev = child;
-        child->children = nullptr;
-        child->last = nullptr;
     }
 }
 
@@ -305,16 +285,12 @@ public:
     DomDocument(htmlDocPtr doc, const QUrl& pageUrl) : m_doc(doc), m_baseUrl(pageUrl) {
         if (!m_doc)
             return;
-        int depth = 0;
         bool baseSeen = false;
         WalkChildren(
             reinterpret_cast<xmlNodePtr>(m_doc),
             [&](xmlNodePtr node) {
                 if (node->type != XML_ELEMENT_NODE)
                     return false;
-                ++depth;
-                if (depth == HtmlMaxTreeDepth - 1)
-                    Flatten(node);
                 DomElement& element = m_elements.emplace_back(node, this);
                 node->_private = &element;
                 m_all.push_back(&element);
@@ -329,10 +305,7 @@ public:
                 }
                 return true;
             },
-            [&](xmlNodePtr node) {
-                if (node->type == XML_ELEMENT_NODE)
-                    --depth;
-            });
+            [](xmlNodePtr) {});
         if (xmlNodePtr root = xmlDocGetRootElement(m_doc))
             m_root = static_cast<DomElement*>(root->_private);
     }
@@ -405,6 +378,53 @@ Charset Classify(const QString& name) {
     return Charset::Unknown;
 }
 
+// The parser gives up on a whole page once its tree grows deeper than its own limit, losing
+// everything after that point. So an element that would lie deeper than our cap is ended as soon as
+// it starts, and what it holds goes to the element at the cap: the tree is flattened there and
+// every link and word of the page is kept. The parser reports each element's end once, implied or
+// written, so a stack of flags tells which ends to swallow.
+struct DepthCap {
+    std::vector<bool> flattened;
+};
+
+void CappedStartElement(void* context, const xmlChar* name, const xmlChar** attributes) {
+    auto* parser = static_cast<htmlParserCtxtPtr>(context);
+    auto* cap = static_cast<DepthCap*>(parser->_private);
+    const bool flatten = parser->nodeNr >= HtmlMaxTreeDepth - 1;
+    cap->flattened.push_back(flatten);
+    xmlSAX2StartElement(context, name, attributes);
+    if (flatten)
+        xmlSAX2EndElement(context, name);
+}
+
+void CappedEndElement(void* context, const xmlChar* name) {
+    auto* parser = static_cast<htmlParserCtxtPtr>(context);
+    auto* cap = static_cast<DepthCap*>(parser->_private);
+    bool flattened = false;
+    if (!cap->flattened.empty()) {
+        flattened = cap->flattened.back();
+        cap->flattened.pop_back();
+    }
+    if (!flattened)
+        xmlSAX2EndElement(context, name);
+}
+
+htmlDocPtr ReadCapped(const QByteArray& text, const QByteArray& url, const char* encoding) {
+    htmlParserCtxtPtr parser = htmlNewParserCtxt();
+    if (!parser)
+        return nullptr;
+    DepthCap cap;
+    parser->_private = &cap;
+    parser->sax->startElement = CappedStartElement;
+    parser->sax->endElement = CappedEndElement;
+    htmlDocPtr doc =
+        htmlCtxtReadMemory(parser, text.constData(), int(std::min<qsizetype>(text.size(), INT_MAX)),
+                           url.isEmpty() ? nullptr : url.constData(), encoding,
+                           HTML_PARSE_RECOVER | HTML_PARSE_NONET | HTML_PARSE_NOERROR | HTML_PARSE_NOWARNING);
+    htmlFreeParserCtxt(parser);
+    return doc;
+}
+
 } // namespace
 
 QString MetaCharset(const QByteArray& body) {
@@ -471,10 +491,5 @@ std::unique_ptr<HtmlDocument> ParseHtmlDocument(const QByteArray& body, const QS
     if (charset == Charset::Other)
         encoding = otherName.constData();
 
-    const QByteArray url = pageUrl.toEncoded();
-    htmlDocPtr doc =
-        htmlReadMemory(utf8.constData(), int(std::min<qsizetype>(utf8.size(), INT_MAX)),
-                       url.isEmpty() ? nullptr : url.constData(), encoding,
-                       HTML_PARSE_RECOVER | HTML_PARSE_NONET | HTML_PARSE_NOERROR | HTML_PARSE_NOWARNING);
-    return std::make_unique<DomDocument>(doc, pageUrl);
+    return std::make_unique<DomDocument>(ReadCapped(utf8, pageUrl.toEncoded(), encoding), pageUrl);
 }

@@ -7,9 +7,10 @@
 #include <QUrl>
 #include <memory>
 
-// Nesting deeper than this is flattened after parsing: the elements below the cap become children
-// of the element at the cap, in document order, with all their text and links kept.
-inline constexpr int HtmlMaxTreeDepth = 512;
+// No element lies deeper than this (the root at depth 1). An element that would is ended where it
+// starts, and what it holds becomes the content of its parent, in document order, so
+// its text and links are kept though the nesting below the cap is lost.
+inline constexpr int HtmlMaxTreeDepth = 200;
 
 // Parses a page into the element facade. The bytes are decoded by httpCharset when it names a
 // known charset, else by the page's meta charset, else as windows-1252. Never returns null; bytes

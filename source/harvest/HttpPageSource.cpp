@@ -58,7 +58,7 @@ public:
 
 private:
     void ReadAvailable() {
-        if (!m_reply || m_cut)
+        if (!m_reply || m_cut || !m_reply->isOpen())
             return;
         const qint64 room = m_maxBodyBytes - m_response.body.size();
         m_response.body.append(m_reply->read(std::max<qint64>(room, 0)));
