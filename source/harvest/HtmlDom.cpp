@@ -10,7 +10,6 @@
 #include <libxml/SAX2.h>
 #include <libxml/encoding.h>
 #include <libxml/tree.h>
-#include <string_view>
 
 namespace {
 
@@ -189,7 +188,8 @@ bool IsHtmlSpace(char c) {
 
 // The rendered text: runs of white space fold to one blank, a <br> is a line break, a block element
 // starts and ends a line, cells are parted by a blank. Lines end in "\r\n", as the platform's
-// browser gives them. A no-break space is kept as the character it is.
+// browser gives them. A no-break space is kept as the character it is. Script, style and the head
+// are no rendered text.
 QString InnerText(xmlNodePtr root) {
     QByteArray out;
     bool pendingSpace = false;
