@@ -88,6 +88,13 @@ private:
             (httpAnswer &&
              ((error >= QNetworkReply::ContentAccessDenied && error <= QNetworkReply::UnknownContentError) ||
               (error >= QNetworkReply::InternalServerError && error <= QNetworkReply::UnknownServerError)));
+        // Whatever the network layer does with redirects, a body that came from elsewhere than the
+        // web is never a page.
+        const QString scheme = m_response.finalUrl.scheme().toLower();
+        if (scheme != u"http" && scheme != u"https") {
+            m_response.ok = false;
+            m_response.body.clear();
+        }
         Release();
     }
 

@@ -241,6 +241,25 @@ private Q_SLOTS:
         QVERIFY(page.Document()->all().empty());
     }
 
+    void redirectToALocalFileIsNotFollowed() {
+        QTemporaryDir dir;
+        QVERIFY(dir.isValid());
+        const QString path = dir.filePath(QStringLiteral("secret.htm"));
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write("<html><body><a href=\"http://leak.example.test/\">secret</a></body></html>");
+        file.close();
+        const QByteArray location = QUrl::fromLocalFile(path).toEncoded();
+        LocalHttpServer server([&location](const LocalHttpRequest&, QTcpSocket* socket) {
+            socket->write(LocalHttpServer::Redirect(location));
+        });
+        HttpPageSource source;
+        BrowserPage page(&source);
+        page.Navigate(server.Url(QStringLiteral("/to-file")));
+        WaitAsTheRunDoes(page);
+        QVERIFY(page.Document()->links().empty());
+    }
+
     void explicitProxyReceivesAbsoluteFormRequests() {
         LocalHttpServer proxy([](const LocalHttpRequest&, QTcpSocket* socket) {
             socket->write(LocalHttpServer::Response(200, ListingBody));
