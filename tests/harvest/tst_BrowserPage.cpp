@@ -312,6 +312,40 @@ private Q_SLOTS:
         QCOMPARE(outer.count(u"</DIV>"), depth);
     }
 
+    void deepTagSoupKeepsItsLinks_data() {
+        QTest::addColumn<QByteArray>("open");
+        QTest::addColumn<QByteArray>("close");
+        QTest::newRow("divs never closed") << QByteArray("<div>") << QByteArray();
+        QTest::newRow("nested tables") << QByteArray("<table><tr><td>") << QByteArray("</td></tr></table>");
+        QTest::newRow("inline tags") << QByteArray("<font><b><i>") << QByteArray("</i></b></font>");
+        QTest::newRow("stray closers between") << QByteArray("<span></p>") << QByteArray("</span></td>");
+    }
+    void deepTagSoupKeepsItsLinks() {
+        QFETCH(QByteArray, open);
+        QFETCH(QByteArray, close);
+        QByteArray html = "<html><body><a href=\"before.htm\">before</a>";
+        for (int i = 0; i < 5000; ++i)
+            html += open;
+        html += "<a href=\"deep.htm\">deep</a>";
+        for (int i = 0; i < 5000; ++i)
+            html += close;
+        html += "<p><a href=\"after.htm\">after</a></p></body></html>";
+        const auto document = Parse(html);
+        QStringList targets;
+        for (HtmlElement* link : document->links())
+            targets << link->DefaultValue().section(u'/', -1);
+        QCOMPARE(targets, QStringList({"before.htm", "deep.htm", "after.htm"}));
+        int deepest = 0;
+        for (HtmlElement* element : document->all()) {
+            int levels = 0;
+            for (HtmlElement* e = element; e && levels <= HtmlMaxTreeDepth; e = e->parentElement())
+                ++levels;
+            deepest = std::max(deepest, levels);
+        }
+        QCOMPARE(deepest, HtmlMaxTreeDepth);
+        QVERIFY(document->documentElement()->innerText().endsWith(u"after"));
+    }
+
     void nestingBelowTheCapIsKept() {
         const int depth = HtmlMaxTreeDepth - 10;
         QByteArray html = "<html><body>";
