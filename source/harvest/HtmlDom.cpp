@@ -9,6 +9,7 @@
 #include <libxml/HTMLparser.h>
 #include <libxml/SAX2.h>
 #include <libxml/encoding.h>
+#include <libxml/parser.h>
 #include <libxml/tree.h>
 
 namespace {
@@ -390,6 +391,12 @@ struct DepthCap {
 void CappedStartElement(void* context, const xmlChar* name, const xmlChar** attributes) {
     auto* parser = static_cast<htmlParserCtxtPtr>(context);
     auto* cap = static_cast<DepthCap*>(parser->_private);
+    if (parser->nameNr > HtmlMaxOpenElements) {
+        // The parser may still report the ends of the elements open; they are swallowed.
+        cap->flattened.push_back(true);
+        xmlStopParser(parser);
+        return;
+    }
     const bool flatten = parser->nodeNr >= HtmlMaxTreeDepth - 1;
     cap->flattened.push_back(flatten);
     xmlSAX2StartElement(context, name, attributes);
