@@ -1,6 +1,7 @@
 #include "MemoryPageSource.h"
 #include "catalogue/CategoryCatalogue.h"
 #include "catalogue/CategoryTree.h"
+#include "harvest/HttpPageSource.h"
 #include "harvest/modMain.h"
 #include "platform/ARButton.h"
 #include "platform/HostHooks.h"
@@ -336,12 +337,12 @@ private Q_SLOTS:
         frmMain::SetShowSummary([this](QWidget*) { ++m_summary.calls; });
         ProbeServer server(status, body, hangUp);
         QVERIFY(server.Listen());
-        QNetworkProxy::setApplicationProxy(
+        HttpPageSource::SetProxy(
             QNetworkProxy(QNetworkProxy::HttpProxy, QStringLiteral("127.0.0.1"), server.Port()));
         SelectNode(QStringLiteral("Select Category~Toys & Games~Dolls"));
         HarvestState.SelectedPath = QStringLiteral("left over");
         ClickGetKeywords();
-        QNetworkProxy::setApplicationProxy(QNetworkProxy(QNetworkProxy::NoProxy));
+        HttpPageSource::SetProxy(QNetworkProxy(QNetworkProxy::NoProxy));
 
         QVERIFY(server.Request().startsWith("GET http://www.ebay.com/ HTTP/1.1"));
         QCOMPARE(MessageBox::ShownBoxes().size(), 1);
