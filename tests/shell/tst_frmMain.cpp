@@ -595,6 +595,14 @@ private Q_SLOTS:
         QCOMPARE(Control<QLabel>("Label6")->text(), QStringLiteral("Auctions to Search :"));
         QVERIFY(Control<QLineEdit>("txtlblGettingKeywords")->isReadOnly());
         QCOMPARE(Control<QLineEdit>("txtlblGettingKeywords")->text(), QStringLiteral(" Getting keywords "));
+        // Every button is a hover button from the form, its on-mouse background its background.
+        for (const char* name : {"cmdGetKeywords", "cmdStopSearch", "cmdHelp", "cmdExit", "cmdRefresh"}) {
+            auto* button = Control<ARButton>(name);
+            QCOMPARE(button->BackColor(), QColor(240, 240, 233));
+            QCOMPARE(button->BackColorOnMouse(), button->BackColor());
+            QCOMPARE(button->Caption(), button->text());
+        }
+        QCOMPARE(Control<ARButton>("cmdRefresh")->Caption(), QStringLiteral("Refresh Categories"));
         QVERIFY(Control<ARButton>("cmdGetKeywords")->font().bold());
         QCOMPARE(Control<ARButton>("cmdGetKeywords")->font().pointSizeF(), 9.75);
         // txtlblRefreshingCategories stands in front of txtlblGettingKeywords.

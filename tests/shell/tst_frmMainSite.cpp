@@ -11,6 +11,7 @@
 
 #if __has_include("results/frmSummary.h")
 #include "results/frmSummary.h"
+
 #include <QTreeWidget>
 #define MARQUILL_HAVE_SUMMARY 1
 #endif
@@ -26,7 +27,9 @@
 
 namespace {
 
-QString Cdata(const QString& text) { return QStringLiteral("<![CDATA[") + text + QStringLiteral("]]>"); }
+QString Cdata(const QString& text) {
+    return QStringLiteral("<![CDATA[") + text + QStringLiteral("]]>");
+}
 
 // The category file for the site's tree as the sample site prints it ("FullPath<TAB>URL").
 QByteArray CategoryFileOf(const QString& site, const QStringList& lines) {
@@ -39,11 +42,12 @@ QByteArray CategoryFileOf(const QString& site, const QStringList& lines) {
             if (open)
                 xml += QStringLiteral("</") + site + QStringLiteral(">\n");
             xml += QStringLiteral("<") + site + QStringLiteral("><MainItem>") + Cdata(path[1]) +
-                   QStringLiteral("</MainItem><MainURL>") + Cdata(fields.value(1)) + QStringLiteral("</MainURL>\n");
+                   QStringLiteral("</MainItem><MainURL>") + Cdata(fields.value(1)) +
+                   QStringLiteral("</MainURL>\n");
             open = true;
         } else if (path.size() == 3 && open) {
-            xml += QStringLiteral("<SubItem>") + Cdata(path[2]) + QStringLiteral("<SubURL>") + Cdata(fields.value(1)) +
-                   QStringLiteral("</SubURL></SubItem>\n");
+            xml += QStringLiteral("<SubItem>") + Cdata(path[2]) + QStringLiteral("<SubURL>") +
+                   Cdata(fields.value(1)) + QStringLiteral("</SubURL></SubItem>\n");
         }
     }
     if (open)
@@ -72,7 +76,8 @@ private Q_SLOTS:
         QVERIFY(exclusions.open(QIODevice::WriteOnly));
         exclusions.close();
         SetProgramFolder(folder.path());
-        HttpPageSource::SetProxy(QNetworkProxy(QNetworkProxy::HttpProxy, QStringLiteral("127.0.0.1"), site.port()));
+        HttpPageSource::SetProxy(
+            QNetworkProxy(QNetworkProxy::HttpProxy, QStringLiteral("127.0.0.1"), site.port()));
         MessageBox::Reset();
         MessageBox::SetAnswersSupplied(true);
 
@@ -109,7 +114,9 @@ private Q_SLOTS:
             QVERIFY(HarvestState.AuctionsScanned > 0);
             QVERIFY(HarvestState.KeywordsFound > 0);
             QVERIFY(rows > 0);
-            QVERIFY(window.findChild<QLabel*>(QStringLiteral("lblMainTotal"))->text().startsWith(QStringLiteral("Keywords Found")));
+            QVERIFY(window.findChild<QLabel*>(QStringLiteral("lblMainTotal"))
+                        ->text()
+                        .startsWith(QStringLiteral("Keywords Found")));
             QCOMPARE(ScreenPointer::Current(), 0);
             const QStringList log = site.requestLog();
             QCOMPARE(log.value(0), ProbeUrl);
