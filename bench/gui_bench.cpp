@@ -111,7 +111,6 @@ public:
         return m_server.listen(QHostAddress::LocalHost, 0);
     }
     quint16 Port() const { return m_server.serverPort(); }
-    int PagesServed() const { return m_pagesServed; }
 
 private:
     void Answer(QTcpSocket* socket) {
@@ -128,7 +127,6 @@ private:
             const auto match = pageMarker.match(QString::fromLatin1(requestLine));
             const int page = match.hasMatch() ? match.captured(1).toInt() : 1;
             body = ListingPage(page);
-            ++m_pagesServed;
         }
         socket->write("HTTP/1.1 200 OK\r\nContent-Type: text/html; charset=utf-8\r\nContent-Length: " +
                       QByteArray::number(body.size()) + "\r\n\r\n" + body);
@@ -153,29 +151,92 @@ private:
 
     QTcpServer m_server;
     QHash<QTcpSocket*, QByteArray> m_pending;
-    int m_pagesServed = 0;
 };
 
 // A search of 40 pages through the window, with a 1 ms timer that notes each turn of the loop.
+// The sample site beside this program, when it has been built: its second main category's second
+// sub-category is one of its long listings. Returns the sub-category's FullPath and the site's
+// port, or an empty path when there is no sample site.
+QString StartSampleSite(QProcess& site, quint16& port, QByteArray& categoryFile) {
+    const QString program = QCoreApplication::applicationDirPath() + QStringLiteral("/marquill-sitesim");
+    if (!QFile::exists(program))
+        return QString();
+    QProcess print;
+    print.start(program, {QStringLiteral("--print-catalogue"), QStringLiteral("ebay.com")});
+    if (!print.waitForFinished(30000))
+        return QString();
+    const QStringList lines =
+        QString::fromUtf8(print.readAllStandardOutput()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    QString xml = QStringLiteral("<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\n<Categories>\n");
+    QString chosen;
+    int mains = 0;
+    int subs = 0;
+    for (const QString& line : lines) {
+        const QStringList fields = line.split(QLatin1Char('\t'));
+        const QStringList path = fields.value(0).split(QLatin1Char('~'));
+        if (path.size() == 2) {
+            if (mains++ > 0)
+                xml += QStringLiteral("</ebay.com>\n");
+            subs = 0;
+            xml += QStringLiteral(
+                       "<ebay.com><MainItem><![CDATA[%1]]></MainItem><MainURL><![CDATA[%2]]></MainURL>\n")
+                       .arg(path[1], fields.value(1));
+        } else if (path.size() == 3 && mains > 0) {
+            if (mains == 2 && ++subs == 2)
+                chosen = fields.value(0);
+            xml += QStringLiteral("<SubItem><![CDATA[%1]]><SubURL><![CDATA[%2]]></SubURL></SubItem>\n")
+                       .arg(path[2], fields.value(1));
+        }
+    }
+    if (mains > 0)
+        xml += QStringLiteral("</ebay.com>\n");
+    xml += QStringLiteral("</Categories>\n");
+    categoryFile = xml.toLatin1();
+
+    site.start(program, {QStringLiteral("--port"), QStringLiteral("0")});
+    QByteArray line;
+    while (!line.endsWith('\n') && site.waitForReadyRead(30000))
+        line += site.readAllStandardOutput();
+    const QByteArray prefix = "listening on 127.0.0.1:";
+    if (!line.startsWith(prefix))
+        return QString();
+    port = quint16(line.mid(prefix.size()).trimmed().toUInt());
+    return chosen;
+}
+
 void MeasureSearchGaps(int argc, char** argv) {
     QApplication app(argc, argv);
     QTemporaryDir folder;
-    QFile file(folder.filePath(QStringLiteral("aeurl.xml")));
-    if (!file.open(QIODevice::WriteOnly))
-        return;
-    file.write("<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\n<Categories><ebay.com>"
-               "<MainItem><![CDATA[Bench]]></MainItem><MainURL><![CDATA[http://listings.ebay.com/"
-               "Bench_W0QQfromZR4QQsacatZ1]]></MainURL><SubItem><![CDATA[Forty pages]]><SubURL><![CDATA["
-               "http://listings.ebay.com/Forty_W0QQsacatZ2QQsorecordsperpageZ50]]></SubURL></SubItem>"
-               "</ebay.com></Categories>\n");
-    file.close();
     QFile(folder.filePath(QStringLiteral("exclude.dat"))).open(QIODevice::WriteOnly);
     SetProgramFolder(folder.path());
 
+    QProcess sampleSite;
+    quint16 port = 0;
+    QByteArray categoryFile;
+    QString nodePath = StartSampleSite(sampleSite, port, categoryFile);
     ListingServer server;
-    if (!server.Listen())
+    const char* source = "the sample site";
+    if (nodePath.isEmpty()) {
+        // Without the sample site, a loopback server of our own serves the forty pages.
+        if (!server.Listen())
+            return;
+        port = server.Port();
+        source = "a loopback listing server (no sample site built)";
+        nodePath = QStringLiteral("Select Category~Bench~Forty pages");
+        categoryFile =
+            "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\n<Categories><ebay.com>"
+            "<MainItem><![CDATA[Bench]]></MainItem><MainURL><![CDATA[http://listings.ebay.com/"
+            "Bench_W0QQfromZR4QQsacatZ1]]></MainURL><SubItem><![CDATA[Forty pages]]><SubURL><![CDATA["
+            "http://listings.ebay.com/Forty_W0QQsacatZ2QQsorecordsperpageZ50]]></SubURL></SubItem>"
+            "</ebay.com></Categories>\n";
+    }
+    QFile file(folder.filePath(QStringLiteral("aeurl.xml")));
+    if (!file.open(QIODevice::WriteOnly))
         return;
-    const QNetworkProxy proxy(QNetworkProxy::HttpProxy, QStringLiteral("127.0.0.1"), server.Port());
+    file.write(categoryFile);
+    file.close();
+
+    const QNetworkProxy proxy(QNetworkProxy::HttpProxy, QStringLiteral("127.0.0.1"), port);
     QNetworkProxy::setApplicationProxy(proxy);
 #ifdef MARQUILL_HAVE_HTTP
     HttpPageSource::SetProxy(proxy);
@@ -186,13 +247,14 @@ void MeasureSearchGaps(int argc, char** argv) {
     frmMain window;
     window.show();
     auto* tree = window.findChild<QTreeWidget*>(QStringLiteral("treCategories"));
-    const CategoryNode* node =
-        CurrentCategoryTree()->FindByPath(QStringLiteral("Select Category~Bench~Forty pages"));
+    const CategoryNode* node = CurrentCategoryTree()->FindByPath(nodePath);
     if (!node) {
         std::fprintf(stderr, "the bench category is missing\n");
         return;
     }
     tree->setCurrentItem(window.ItemOfNode(node));
+    std::printf("search source: %s, node %s, limit 2,000 (40 pages of 50)\n", source,
+                qUtf8Printable(nodePath));
 
     QElapsedTimer clock;
     qint64 last = 0;
@@ -211,10 +273,14 @@ void MeasureSearchGaps(int argc, char** argv) {
     window.findChild<QAbstractButton*>(QStringLiteral("cmdGetKeywords"))->click();
     beat.stop();
     const double total = double(clock.nsecsElapsed()) / 1e9;
+    if (sampleSite.state() != QProcess::NotRunning) {
+        sampleSite.terminate();
+        sampleSite.waitForFinished(10000);
+    }
     longest = std::max(longest, clock.nsecsElapsed() - last);
 
-    std::printf("search: %d pages served, %d auctions scanned, %d keywords, %.3f s\n", server.PagesServed(),
-                int(HarvestState.AuctionsScanned), int(HarvestState.KeywordsFound), total);
+    std::printf("search: %d auctions scanned, %d keywords, %.3f s\n", int(HarvestState.AuctionsScanned),
+                int(HarvestState.KeywordsFound), total);
     std::printf("longest gap between two event-loop turns: %.1f ms (%lld timer turns)\n",
                 double(longest) / 1e6, static_cast<long long>(turns));
     std::printf("target: no gap over 50 ms: %s\n", longest < 50'000'000 ? "met" : "NOT met");
