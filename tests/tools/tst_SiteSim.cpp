@@ -1,9 +1,14 @@
 #include "SiteSim.h"
 
+#include <QNetworkAccessManager>
+#include <QNetworkProxy>
+#include <QNetworkReply>
 #include <QRegularExpression>
 #include <QSet>
+#include <QSignalSpy>
 #include <QTcpSocket>
 #include <QTest>
+#include <memory>
 
 namespace {
 
@@ -216,6 +221,7 @@ private Q_SLOTS:
     void probeAnswers();
     void requestLogKeepsTheOrder();
     void latencyKeepsPipelinedAnswersInOrder();
+    void servesQtNetworkThroughItsProxy();
     void terminateEndsCleanly();
 };
 
@@ -734,6 +740,30 @@ void tst_SiteSim::latencyKeepsPipelinedAnswersInOrder() {
         QVERIFY(r.complete);
         QVERIFY(r.body.contains("<b>Page " + QByteArray::number(page) + "</b>"));
     }
+}
+
+void tst_SiteSim::servesQtNetworkThroughItsProxy() {
+    SiteSim sim;
+    QVERIFY(sim.isRunning());
+    const QString sub = Nodes(sim.catalogue(QStringLiteral("ebay.com")), 3).first().url;
+    Client raw(sim.port());
+    QVERIFY(raw.Connected());
+    const QByteArray expected = raw.Fetch(sub).body;
+
+    QNetworkAccessManager manager;
+    manager.setProxy(QNetworkProxy(QNetworkProxy::HttpProxy, QStringLiteral("127.0.0.1"), sim.port()));
+    for (const QString& url : {QStringLiteral("http://www.ebay.com/"), sub, PageUrl(sub, 2)}) {
+        std::unique_ptr<QNetworkReply> reply(manager.get(QNetworkRequest(QUrl(url))));
+        QSignalSpy finished(reply.get(), &QNetworkReply::finished);
+        QVERIFY(finished.wait(20000));
+        QCOMPARE(reply->error(), QNetworkReply::NoError);
+        QCOMPARE(reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), 200);
+        const QByteArray body = reply->readAll();
+        if (url == sub)
+            QCOMPARE(body, expected);
+    }
+    QCOMPARE(sim.requestLog().mid(1),
+             (QStringList{QStringLiteral("http://www.ebay.com/"), sub, PageUrl(sub, 2)}));
 }
 
 void tst_SiteSim::terminateEndsCleanly() {
