@@ -203,6 +203,7 @@ private Q_SLOTS:
     void absoluteAndOriginFormAnswerTheSamePage();
     void connectionStaysOpenForSequentialAndPipelinedRequests();
     void connectionCloseIsHonoured();
+    void malformedRequestIsRefused();
     void listingPagesCarryMarkerAndFiftyRecords();
     void laterPagesCarryTheFollowingRecords();
     void unknownCategoryAndPageBeyondTheLastHaveNoAuctions();
@@ -330,6 +331,26 @@ void tst_SiteSim::connectionStaysOpenForSequentialAndPipelinedRequests() {
     QCOMPARE(c.body, second.body);
     QCOMPARE(client.Socket().state(), QAbstractSocket::ConnectedState);
     QCOMPARE(sim.requestLog().size(), 5);
+
+    // A request with a body, sent in two parts: it is answered once the body is in, and the
+    // body is skipped so the request behind it is read right.
+    client.Send("GET http://www.ebay.com/ HTTP/1.1\r\nHost: www.ebay.com\r\nContent-Length: 5\r\n\r\nhel");
+    client.Send("lo" + Client::AbsoluteRequest(sub));
+    QVERIFY(client.Read().complete);
+    QCOMPARE(client.Read().body, second.body);
+    QCOMPARE(sim.requestLog().size(), 7);
+}
+
+void tst_SiteSim::malformedRequestIsRefused() {
+    SiteSim sim;
+    QVERIFY(sim.isRunning());
+    Client client(sim.port());
+    QVERIFY(client.Connected());
+    client.Send("HELLO\r\n\r\n");
+    const Response r = client.Read();
+    QCOMPARE(r.status, 400);
+    QVERIFY(client.WaitForClose());
+    QVERIFY(sim.requestLog().isEmpty());
 }
 
 void tst_SiteSim::connectionCloseIsHonoured() {

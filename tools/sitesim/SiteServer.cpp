@@ -81,7 +81,6 @@ bool SiteServer::TakeRequest(QByteArray& input, Request* request, bool* malforme
         return false;
     }
     const QList<QByteArray> lines = input.left(end).split('\n');
-    input.remove(0, end + skip);
 
     const QList<QByteArray> parts = lines.value(0).trimmed().split(' ');
     if (parts.size() != 3 || !parts[2].startsWith("HTTP/1.")) {
@@ -108,8 +107,14 @@ bool SiteServer::TakeRequest(QByteArray& input, Request* request, bool* malforme
         else if (name == "content-length")
             bodyLength = value.toLongLong();
     }
-    // A GET carries no body, but one announced is skipped so the next request is read right.
-    input.remove(0, std::min(bodyLength, input.size()));
+    // A GET carries no body, but one announced is skipped whole so the next request is read right.
+    if (bodyLength < 0 || bodyLength > kMaxHeadSize) {
+        *malformed = true;
+        return true;
+    }
+    if (input.size() < end + skip + bodyLength)
+        return false;
+    input.remove(0, end + skip + bodyLength);
     request->keepAlive = http10 ? connectionHeader == "keep-alive" : connectionHeader != "close";
 
     if (target.startsWith(QLatin1String("http://"), Qt::CaseInsensitive)) {
