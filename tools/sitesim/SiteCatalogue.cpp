@@ -4,13 +4,13 @@
 
 namespace {
 
-struct MainSpec {
+struct MainEntry {
     const char* name;
     const char* subs; // separated by '|'
 };
 
 // Both sites share most of their tree, as the real ones did; a few names differ by country.
-const MainSpec kUsMains[] = {
+const MainEntry kUsMains[] = {
     {"Antiques", "Antiquities|Architectural & Garden|Asian Antiques|Books & Manuscripts|Decorative Arts|"
                  "Furniture|Maps, Atlases & Globes|Musical Instruments|Primitives|Rugs & Carpets|Silver"},
     {"Art", "Drawings|Folk Art|Mixed Media|Paintings|Photographs|Posters|Prints|Sculptures"},
@@ -37,7 +37,7 @@ const MainSpec kUsMains[] = {
                        "Soldiers|Vintage, Antique Toys"},
 };
 
-const MainSpec kUkMains[] = {
+const MainEntry kUkMains[] = {
     {"Antiques", "Antiquities|Architectural Antiques|Asian & Oriental Antiques|Clocks|Furniture|Maps & "
                  "Atlases|Metalware|Silver|Rugs & Carpets|Textiles & Linens"},
     {"Art", "Drawings|Paintings|Photographs|Posters|Prints|Sculpture"},
@@ -120,8 +120,8 @@ SiteCatalogue SiteCatalogue::Builtin(const QString& site) {
     catalogue.m_site = site;
     catalogue.m_nextId = site.endsWith(QLatin1String(".uk")) ? 500000 : 10000;
     const bool uk = site.endsWith(QLatin1String(".uk"));
-    for (const MainSpec& spec : uk ? kUkMains : kUsMains)
-        catalogue.Add(QString::fromUtf8(spec.name), QString::fromUtf8(spec.subs).split(QLatin1Char('|')));
+    for (const MainEntry& entry : uk ? kUkMains : kUsMains)
+        catalogue.Add(QString::fromUtf8(entry.name), QString::fromUtf8(entry.subs).split(QLatin1Char('|')));
     return catalogue;
 }
 

@@ -2,6 +2,7 @@
 
 #include <QList>
 #include <QString>
+#include <QStringList>
 
 // A sub-category with the size of its listing: recordCount auctions in all, pageCount pages of 50.
 struct SiteSubCategory {

@@ -148,9 +148,9 @@ int main(int argc, char* argv[]) {
     else if (probe != QLatin1String("ok"))
         return Fail(QStringLiteral("bad probe answer: ") + probe);
 
-    for (const QString& spec : parser.values(faultOption)) {
-        const QString mode = spec.section(QLatin1Char('='), 0, 0);
-        const QString text = spec.section(QLatin1Char('='), 1);
+    for (const QString& faultText : parser.values(faultOption)) {
+        const QString mode = faultText.section(QLatin1Char('='), 0, 0);
+        const QString text = faultText.section(QLatin1Char('='), 1);
         SiteFault fault{SiteFault::Mode::Stall, text};
         if (mode == QLatin1String("stall"))
             fault.mode = SiteFault::Mode::Stall;
@@ -163,10 +163,10 @@ int main(int argc, char* argv[]) {
         else if (mode == QLatin1String("huge"))
             fault.mode = SiteFault::Mode::Huge;
         else
-            return Fail(QStringLiteral("bad fault: ") + spec);
+            return Fail(QStringLiteral("bad fault: ") + faultText);
         // An empty text would match every URL; that is allowed, but only when asked for with "=".
-        if (!spec.contains(QLatin1Char('=')))
-            return Fail(QStringLiteral("bad fault: ") + spec);
+        if (!faultText.contains(QLatin1Char('=')))
+            return Fail(QStringLiteral("bad fault: ") + faultText);
         server.AddFault(fault);
     }
 
