@@ -47,7 +47,7 @@ QStringList makeTitles(int count) {
                 words << QStringLiteral("<B>%1</B>").arg(common[int(random.bounded(common.size()))]);
             } else {
                 // A long tail of rarer words: model numbers, brands, misspellings.
-                words << QStringLiteral("Zq%1").arg(random.bounded(count / 2 + 50));
+                words << QStringLiteral("Zq%1").arg(random.bounded(count / 10 + 50));
             }
         }
         titles << words.join(u' ');
@@ -96,7 +96,7 @@ struct LiteralTally {
                 const size_t last = words.size();
                 for (size_t column = 0; column < last; ++column) {
                     yield();
-                    if (words[column].toUpper() == upper) {
+                    if (words[column].compare(upper, Qt::CaseInsensitive) == 0) {
                         counts[column] = QString::number(counts[column].toInt() + 1);
                         found = true;
                         break;
@@ -117,6 +117,7 @@ double cpuSeconds() { return double(std::clock()) / CLOCKS_PER_SEC; }
 } // namespace
 
 int main(int argc, char** argv) {
+    std::setvbuf(stdout, nullptr, _IONBF, 0);
     QCoreApplication app(argc, argv);
     QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
     QTemporaryDir dir;
