@@ -5,21 +5,13 @@
 #include "harvest/modParser.h"
 #include "platform/ARButton.h"
 #include "platform/HostHooks.h"
+#include "platform/Inet.h"
 #include "platform/MessageBox.h"
 #include "platform/ScreenPointer.h"
 #include "platform/WorkAnimation.h"
 #include "ui_frmMain.h"
 
-#if __has_include("platform/Inet.h")
-#include "platform/Inet.h"
-#define MARQUILL_HAVE_INET 1
-#else
-#include <QEventLoop>
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
-#include <QNetworkRequest>
-#include <QTimer>
-#endif
+// The commands of windows that other units provide are wired as those units arrive.
 #if __has_include("catalogue/modRetreiver.h")
 #include "catalogue/modRetreiver.h"
 #define MARQUILL_HAVE_REFRESH 1
@@ -48,24 +40,6 @@ namespace {
 
 const QColor WindowColour(240, 240, 233);
 const QColor HeaderBarColour(49, 106, 197);
-
-#ifndef MARQUILL_HAVE_INET
-QString OpenURL(const QString& url) {
-    QNetworkAccessManager manager;
-    QNetworkRequest request{QUrl(url)};
-    request.setTransferTimeout(60000);
-    QNetworkReply* reply = manager.get(request);
-    QEventLoop loop;
-    QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
-    loop.exec(QEventLoop::ExcludeUserInputEvents);
-    const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-    QString body;
-    if (reply->error() == QNetworkReply::NoError && status >= 200 && status < 300)
-        body = QString::fromUtf8(reply->readAll());
-    reply->deleteLater();
-    return body;
-}
-#endif
 
 void ShowSummaryWindow(QWidget* owner) {
 #ifdef MARQUILL_HAVE_SUMMARY
