@@ -71,7 +71,9 @@ void tst_ListingScan::init() {
     HarvestState = HarvestRecord();
 }
 
-void tst_ListingScan::cleanup() { SetDefaultPageSource(nullptr); }
+void tst_ListingScan::cleanup() {
+    SetDefaultPageSource(nullptr);
+}
 
 void tst_ListingScan::startRun(qint32 maxAuctions) {
     HarvestState.MaxAuctions = maxAuctions;
@@ -94,10 +96,11 @@ void tst_ListingScan::readPageCount_data() {
     QTest::newRow("not a number") << "<B>Page 1</B> of many</TD>" << 0;
     QTest::newRow("beyond 16 bits") << "<B>Page 1</B> of 99999</TD>" << 0;
     // The fragment is the marker's position plus 30 long: far into a page it reaches far.
-    QTest::newRow("long fragment deep in a page")
-        << QString(40, u'x') + QStringLiteral("<B>Page 1</B> of") + QString(30, u' ') + QStringLiteral("7</TD>") << 7;
-    QTest::newRow("short fragment at the start") << QStringLiteral("<B>Page 1</B> of") + QString(30, u' ') + QStringLiteral("7</TD>")
-                                                 << 0;
+    QTest::newRow("long fragment deep in a page") << QString(40, u'x') + QStringLiteral("<B>Page 1</B> of") +
+                                                         QString(30, u' ') + QStringLiteral("7</TD>")
+                                                  << 7;
+    QTest::newRow("short fragment at the start")
+        << QStringLiteral("<B>Page 1</B> of") + QString(30, u' ') + QStringLiteral("7</TD>") << 0;
     QTest::newRow("empty") << "" << 0;
 }
 
@@ -195,7 +198,8 @@ void tst_ListingScan::resultPageUrls() {
 
     QCOMPARE(PrepareListingUrl(QStringLiteral("aQQsorecordsperpageZ200bQQsorecordsperpageZ200")),
              QStringLiteral("aQQsorecordsperpageZ50bQQsorecordsperpageZ50"));
-    QCOMPARE(PrepareListingUrl(QStringLiteral("aqqsorecordsperpagez200")), QStringLiteral("aqqsorecordsperpagez200"));
+    QCOMPARE(PrepareListingUrl(QStringLiteral("aqqsorecordsperpagez200")),
+             QStringLiteral("aqqsorecordsperpagez200"));
 }
 
 void tst_ListingScan::pageCountReadOnce() {
