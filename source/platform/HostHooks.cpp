@@ -2,6 +2,7 @@
 
 #include <QCoreApplication>
 #include <QEventLoop>
+
 #include <cstdio>
 
 namespace {
@@ -42,9 +43,7 @@ HostHooks& Hooks() {
     return hooks;
 }
 
-void ResetHooks() {
-    Hooks() = makeDefaults();
-}
+void ResetHooks() { Hooks() = makeDefaults(); }
 
 QString ProgramFolder() {
     const QString& folder = programFolderOverride();
@@ -53,6 +52,4 @@ QString ProgramFolder() {
     return QCoreApplication::applicationDirPath();
 }
 
-void SetProgramFolder(const QString& folder) {
-    programFolderOverride() = folder;
-}
+void SetProgramFolder(const QString& folder) { programFolderOverride() = folder; }
