@@ -2,7 +2,6 @@
 
 #include <QCoreApplication>
 #include <QEventLoop>
-
 #include <cstdio>
 
 namespace {
@@ -43,7 +42,9 @@ HostHooks& Hooks() {
     return hooks;
 }
 
-void ResetHooks() { Hooks() = makeDefaults(); }
+void ResetHooks() {
+    Hooks() = makeDefaults();
+}
 
 QString ProgramFolder() {
     const QString& folder = programFolderOverride();
@@ -52,4 +53,6 @@ QString ProgramFolder() {
     return QCoreApplication::applicationDirPath();
 }
 
-void SetProgramFolder(const QString& folder) { programFolderOverride() = folder; }
+void SetProgramFolder(const QString& folder) {
+    programFolderOverride() = folder;
+}
