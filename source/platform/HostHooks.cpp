@@ -2,7 +2,6 @@
 
 #include <QCoreApplication>
 #include <QEventLoop>
-
 #include <cstdio>
 
 namespace {
@@ -42,7 +41,9 @@ HostHooks& Hooks() {
     return hooks;
 }
 
-void ResetHooks() { Hooks() = makeDefaults(); }
+void ResetHooks() {
+    Hooks() = makeDefaults();
+}
 
 QString ProgramFolder() {
     const QString& folder = programFolderOverride();
@@ -51,4 +52,6 @@ QString ProgramFolder() {
     return QCoreApplication::applicationDirPath();
 }
 
-void SetProgramFolder(const QString& folder) { programFolderOverride() = folder; }
+void SetProgramFolder(const QString& folder) {
+    programFolderOverride() = folder;
+}

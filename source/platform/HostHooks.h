@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QString>
-
 #include <functional>
 
 // What the core needs of whoever hosts it: the main window, the command-line tool or a test.
