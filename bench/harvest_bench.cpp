@@ -15,6 +15,7 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
+#include <QLocale>
 #include <QNetworkProxy>
 #include <QProcess>
 #include <QStringList>
@@ -265,12 +266,30 @@ std::optional<Processing> MeasureProcessing(const Site& site, const QStringList&
     return best;
 }
 
+// A list of the common filler words a seller would exclude, beside the program, so the tally pays
+// for its exclusion test as it does for a user.
+bool WriteExclusions(const QTemporaryDir& dir) {
+    const QByteArray words = "the\nand\nfor\nwith\nfrom\nthis\nthat\nnew\nnr\nl@@k\nwow\nfree\nshipping\n"
+                             "lot\nof\nin\nto\na\nan\nor\nis\nno\nreserve\nbid\nnow\nbuy\nit\nlook\n";
+    QFile file(dir.filePath(QStringLiteral("exclude.dat")));
+    if (!file.open(QIODevice::WriteOnly) || file.write(words) != words.size())
+        return false;
+    SetProgramFolder(dir.path());
+    return true;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
     ResetHooks();
     Hooks().SiteLabel = [] { return BenchSite; };
+    QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
+    QTemporaryDir programFolder;
+    if (!programFolder.isValid() || !WriteExclusions(programFolder)) {
+        std::fprintf(stderr, "the exclusion list could not be written\n");
+        return 1;
+    }
     std::setvbuf(stdout, nullptr, _IONBF, 0);
 
     std::optional<Choice> choice;
@@ -293,7 +312,7 @@ int main(int argc, char** argv) {
                 choice->pages == BenchPages ? "no auction limit" : "limit 2000 auctions", Rounds);
 
     QStringList urls;
-    std::optional<Processing> processing;
+    std::optional<Processing> processing, largeProcessing;
     bool allMet = true;
     for (const int latency : {0, 50}) {
         Site site(latency);
@@ -302,6 +321,7 @@ int main(int argc, char** argv) {
             return 1;
         }
         std::vector<double> harvestWall, harvestCpu, curlWall;
+        int curlConnections = 0;
         for (int round = 0; round < Rounds; ++round) {
             const std::optional<Pass> pass = RunPass(site, *choice, &urls);
             if (!pass)
@@ -310,36 +330,44 @@ int main(int argc, char** argv) {
                 std::fprintf(stderr, "curl did not fetch the harvest's URLs\n");
                 return 1;
             }
-            if (pass->curlConnections != 1)
-                std::fprintf(stderr, "note: curl opened %d connections\n", pass->curlConnections);
+            curlConnections = std::max(curlConnections, pass->curlConnections);
             harvestWall.push_back(pass->harvestWall);
             harvestCpu.push_back(pass->harvestCpu);
             curlWall.push_back(pass->curlWall);
             if (round == 0)
-                std::printf("latency %d ms: %d auctions tallied per run\n", latency, pass->auctions);
+                std::printf("latency %2d ms: %d auctions tallied per run\n", latency, pass->auctions);
         }
         const double hw = Median(harvestWall), hc = Median(harvestCpu), cw = Median(curlWall);
         const double ratio = hw / cw, cpuShare = hc / hw;
         std::printf("latency %2d ms: harvest wall %.3f s, curl wall %.3f s, ratio %.2f%s; harvest CPU %.3f s "
-                    "(%.1f%% of wall%s); %.1f pages/s (curl %.1f pages/s)\n",
+                    "(%.1f%% of wall%s); %.1f pages/s (curl %.1f pages/s, at most %d connection(s) a run)\n",
                     latency, hw, cw, ratio, latency == 50 ? " (target <= 1.25)" : "", hc, 100.0 * cpuShare,
-                    latency == 50 ? ", target < 15%" : "", BenchPages / hw, BenchPages / cw);
+                    latency == 50 ? ", target < 15%" : "", BenchPages / hw, BenchPages / cw, curlConnections);
         if (latency == 50)
             allMet = allMet && ratio <= 1.25 && cpuShare < 0.15;
-        if (latency == 0)
+        if (latency == 0) {
             processing = MeasureProcessing(site, urls);
+            // The same records in pages of 200, the size the target speaks of.
+            QStringList largeUrls;
+            for (int i = 0; i < BenchPages / 4; ++i)
+                largeUrls << QString(urls[i]).replace(QStringLiteral("QQsorecordsperpageZ50"),
+                                                      QStringLiteral("QQsorecordsperpageZ200"));
+            largeProcessing = MeasureProcessing(site, largeUrls);
+        }
     }
-    if (!processing) {
+    if (!processing || !largeProcessing) {
         std::fprintf(stderr, "the pages could not be stored for the processing figure\n");
         return 1;
     }
-    const double total = processing->parseMs + processing->walkMs + processing->tallyMs;
-    const double per100Kb = total * 100.0 / processing->pageKb;
-    std::printf("processing per page (best of 5): %.2f ms (parse %.2f, walk %.2f, tally %.2f) for %.1f KB; "
-                "%.2f ms per 100 KB (target < 10)\n",
-                total, processing->parseMs, processing->walkMs, processing->tallyMs, processing->pageKb,
-                per100Kb);
-    allMet = allMet && per100Kb < 10.0;
+    for (const Processing& p : {*processing, *largeProcessing}) {
+        const double total = p.parseMs + p.walkMs + p.tallyMs;
+        const double per100Kb = total * 100.0 / p.pageKb;
+        std::printf(
+            "processing per page (best of 5): %.2f ms (parse %.2f, walk %.2f, tally %.2f) for %.1f KB; "
+            "%.2f ms per 100 KB (target < 10)\n",
+            total, p.parseMs, p.walkMs, p.tallyMs, p.pageKb, per100Kb);
+        allMet = allMet && per100Kb < 10.0;
+    }
     std::printf("targets %s\n", allMet ? "met" : "MISSED");
     return 0;
 }
