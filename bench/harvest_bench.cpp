@@ -179,7 +179,7 @@ std::optional<Pass> RunPass(const Site& site, const Choice& choice, QStringList*
     }
 
     // One curl process with every URL: one connection, kept alive, each response thrown away.
-    QStringList arguments{QStringLiteral("-s"), QStringLiteral("-x"), site.ProxyUrl(), QStringLiteral("-w"),
+    QStringList arguments{QStringLiteral("-sf"), QStringLiteral("-x"), site.ProxyUrl(), QStringLiteral("-w"),
                           QStringLiteral("%{num_connects}\\n")};
     for (const QString& url : harvested)
         arguments << QStringLiteral("-o") << QStringLiteral("/dev/null") << url;
@@ -187,7 +187,8 @@ std::optional<Pass> RunPass(const Site& site, const Choice& choice, QStringList*
     wall.restart();
     curl.start(QStringLiteral("curl"), arguments);
     if (!curl.waitForFinished(120000) || curl.exitCode() != 0) {
-        std::fprintf(stderr, "curl failed: %s\n", qPrintable(curl.errorString()));
+        std::fprintf(stderr, "curl failed (exit code %d): %s\n", curl.exitCode(),
+                     qPrintable(curl.errorString()));
         return std::nullopt;
     }
     pass.curlWall = double(wall.nsecsElapsed()) / 1e9;
@@ -213,7 +214,7 @@ std::optional<Processing> MeasureProcessing(const Site& site, const QStringList&
     QTemporaryDir dir;
     if (!dir.isValid())
         return std::nullopt;
-    QStringList arguments{QStringLiteral("-s"), QStringLiteral("-x"), site.ProxyUrl()};
+    QStringList arguments{QStringLiteral("-sf"), QStringLiteral("-x"), site.ProxyUrl()};
     for (int i = 0; i < urls.size(); ++i)
         arguments << QStringLiteral("-o") << dir.filePath(QStringLiteral("page%1.html").arg(i)) << urls[i];
     QProcess curl;
