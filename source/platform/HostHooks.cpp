@@ -26,6 +26,7 @@ HostHooks makeDefaults() {
     h.MaxAuctionsIndex = [] { return 2; };
     h.SetMaxAuctionsIndex = [](int) {};
     h.CategoryTreeRefilled = [] {};
+    h.SetStopCaption = [](const QString&) {};
     return h;
 }
 

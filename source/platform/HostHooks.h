@@ -32,6 +32,8 @@ struct HostHooks {
     std::function<void(int index)> SetMaxAuctionsIndex;
     // The category tree has been rebuilt (CurrentCategoryTree() holds the new one).
     std::function<void()> CategoryTreeRefilled;
+    // The caption of cmdStopSearch: "Stop Search" or "Stop Refresh".
+    std::function<void(const QString&)> SetStopCaption;
 };
 
 // The hooks of this process. ResetHooks() installs the defaults: a plain event-loop yield and
