@@ -210,6 +210,7 @@ void frmMain::InstallHooks() {
     hooks.MaxAuctionsIndex = [this] { return m_ui->cboMaxAuctions->currentIndex(); };
     hooks.SetMaxAuctionsIndex = [this](int index) { m_ui->cboMaxAuctions->setCurrentIndex(index); };
     hooks.CategoryTreeRefilled = [this] { RefillTree(); };
+    hooks.SetStopCaption = [this](const QString& caption) { m_ui->cmdStopSearch->SetCaption(caption); };
 }
 
 void frmMain::Form_Load() {

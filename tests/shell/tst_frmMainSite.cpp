@@ -4,6 +4,7 @@
 #include "catalogue/CategoryTree.h"
 #include "harvest/HttpPageSource.h"
 #include "harvest/modMain.h"
+#include "platform/ARButton.h"
 #include "platform/HostHooks.h"
 #include "platform/MessageBox.h"
 #include "platform/ScreenPointer.h"
@@ -17,6 +18,8 @@
 #endif
 
 #include <QAbstractButton>
+#include <QAction>
+#include <QComboBox>
 #include <QFile>
 #include <QLabel>
 #include <QNetworkProxy>
@@ -62,6 +65,9 @@ class tst_frmMainSite : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
+    void refreshShowsItsStateAndRefillsTheTree_data();
+    void refreshShowsItsStateAndRefillsTheTree();
+
     void searchOnASubCategoryEndsInTheSummary() {
         SiteSim site;
         QVERIFY(site.isRunning());
@@ -133,6 +139,88 @@ private Q_SLOTS:
         frmMain::ResetSeams();
     }
 };
+
+void tst_frmMainSite::refreshShowsItsStateAndRefillsTheTree_data() {
+    QTest::addColumn<bool>("stop");
+    QTest::newRow("to its end") << false;
+    QTest::newRow("stopped") << true;
+}
+
+void tst_frmMainSite::refreshShowsItsStateAndRefillsTheTree() {
+    QFETCH(bool, stop);
+    SiteSim site;
+    QVERIFY(site.isRunning());
+    const QStringList lines = site.catalogue(USSiteLabel);
+    QTemporaryDir folder;
+    QFile file(folder.filePath(QStringLiteral("aeurl.xml")));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    // One main category of the sample site to start from; the refresh replaces it.
+    file.write(CategoryFileOf(USSiteLabel, lines.mid(0, 3)));
+    file.close();
+    SetProgramFolder(folder.path());
+    HttpPageSource::SetProxy(
+        QNetworkProxy(QNetworkProxy::HttpProxy, QStringLiteral("127.0.0.1"), site.port()));
+    MessageBox::Reset();
+    MessageBox::SetAnswersSupplied(true);
+    {
+        frmMain window;
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        auto* tree = window.findChild<QTreeWidget*>(QStringLiteral("treCategories"));
+        auto* limits = window.findChild<QComboBox*>(QStringLiteral("cboMaxAuctions"));
+        QCOMPARE(tree->topLevelItem(0)->childCount(), 1);
+        limits->setCurrentIndex(0);
+
+        const std::function<void()> plainYield = Hooks().Yield;
+        int yields = 0;
+        bool seen = false;
+        Hooks().Yield = [&] {
+            if (++yields == 30) {
+                seen = true;
+                for (const char* name : {"cboSite", "cmdGetKeywords", "cmdRefresh"})
+                    QVERIFY2(!window.findChild<QWidget*>(QString::fromLatin1(name))->isEnabled(), name);
+                for (const char* name : {"cboMaxAuctions", "cmdHelp", "cmdExit", "treCategories"})
+                    QVERIFY2(window.findChild<QWidget*>(QString::fromLatin1(name))->isEnabled(), name);
+                QVERIFY(window.findChild<QAction*>(QStringLiteral("mnuExit"))->isEnabled());
+                QVERIFY(window.findChild<QWidget*>(QStringLiteral("fraFeedBack"))->isVisible());
+                QVERIFY(
+                    window.findChild<QWidget*>(QStringLiteral("txtlblRefreshingCategories"))->isVisible());
+                QVERIFY(window.findChild<QWidget*>(QStringLiteral("txtlblGettingKeywords"))->isVisible());
+                QCOMPARE(window.findChild<ARButton*>(QStringLiteral("cmdStopSearch"))->Caption(),
+                         QStringLiteral("Stop Refresh"));
+                if (stop) {
+                    MessageBox::SetNextAnswer(MessageBox::AnswerYes);
+                    window.findChild<QAbstractButton*>(QStringLiteral("cmdStopSearch"))->click();
+                    QCOMPARE(limits->currentText(), QStringLiteral("2,000"));
+                    QVERIFY(!window.findChild<QWidget*>(QStringLiteral("fraFeedBack"))->isVisible());
+                }
+            }
+            plainYield();
+        };
+        window.findChild<QAbstractButton*>(QStringLiteral("cmdRefresh"))->click();
+        Hooks().Yield = plainYield;
+        QVERIFY(seen);
+
+        // Back to idle, the stop button still saying what it last served.
+        for (const char* name : {"cboSite", "cmdGetKeywords", "cmdRefresh", "cboMaxAuctions"})
+            QVERIFY2(window.findChild<QWidget*>(QString::fromLatin1(name))->isEnabled(), name);
+        QVERIFY(!window.findChild<QWidget*>(QStringLiteral("fraFeedBack"))->isVisible());
+        QCOMPARE(window.findChild<ARButton*>(QStringLiteral("cmdStopSearch"))->Caption(),
+                 QStringLiteral("Stop Refresh"));
+        int mains = 0;
+        for (const QString& line : lines)
+            mains += line.count(QLatin1Char('~')) == 1 ? 1 : 0;
+        const int shown = tree->topLevelItem(0)->childCount();
+        if (stop) {
+            QVERIFY(shown >= 1);
+            QVERIFY(shown < mains);
+        } else {
+            QCOMPARE(shown, mains);
+        }
+        QCOMPARE(ScreenPointer::Current(), 0);
+    }
+    HttpPageSource::SetProxy(QNetworkProxy(QNetworkProxy::NoProxy));
+}
 
 QTEST_MAIN(tst_frmMainSite)
 #include "tst_frmMainSite.moc"
