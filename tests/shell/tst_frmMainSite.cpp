@@ -142,12 +142,15 @@ private Q_SLOTS:
 
 void tst_frmMainSite::refreshShowsItsStateAndRefillsTheTree_data() {
     QTest::addColumn<bool>("stop");
-    QTest::newRow("to its end") << false;
-    QTest::newRow("stopped") << true;
+    QTest::addColumn<bool>("close");
+    QTest::newRow("to its end") << false << false;
+    QTest::newRow("stopped") << true << false;
+    QTest::newRow("window closed") << false << true;
 }
 
 void tst_frmMainSite::refreshShowsItsStateAndRefillsTheTree() {
     QFETCH(bool, stop);
+    QFETCH(bool, close);
     SiteSim site;
     QVERIFY(site.isRunning());
     const QStringList lines = site.catalogue(USSiteLabel);
@@ -194,12 +197,25 @@ void tst_frmMainSite::refreshShowsItsStateAndRefillsTheTree() {
                     QCOMPARE(limits->currentText(), QStringLiteral("2,000"));
                     QVERIFY(!window.findChild<QWidget*>(QStringLiteral("fraFeedBack"))->isVisible());
                 }
+                if (close)
+                    window.close();
             }
             plainYield();
         };
         window.findChild<QAbstractButton*>(QStringLiteral("cmdRefresh"))->click();
         Hooks().Yield = plainYield;
         QVERIFY(seen);
+        if (close) {
+            // The crawl stopped without a question and the window went once it had unwound.
+            QCOMPARE(HarvestState.StopRequested, FlagTrue);
+            QVERIFY(!window.isVisible());
+            // No question was asked; a crawl stopped before its first find still says the former
+            // categories are kept, as any stopped crawl does.
+            for (const MessageBox::Shown& box : MessageBox::ShownBoxes())
+                QVERIFY2(box.style != 20, qPrintable(box.text));
+            HttpPageSource::SetProxy(QNetworkProxy(QNetworkProxy::NoProxy));
+            return;
+        }
 
         // Back to idle, the stop button still saying what it last served.
         for (const char* name : {"cboSite", "cmdGetKeywords", "cmdRefresh", "cboMaxAuctions"})
