@@ -56,6 +56,7 @@ frmSummary::frmSummary(QWidget* owner)
     list->setColumnHidden(SortColumn, true);
     // The list has one order only; its headers sort nothing.
     list->header()->setSectionsClickable(false);
+    list->header()->setStretchLastSection(false);
     list->header()->setSortIndicatorShown(false);
     list->setSelectionMode(QAbstractItemView::SingleSelection);
     list->setEditTriggers(QAbstractItemView::NoEditTriggers);
