@@ -1,0 +1,47 @@
+#pragma once
+
+#include <QString>
+#include <cstdint>
+#include <memory>
+#include <pugixml.hpp>
+
+// The category file in memory: the one record of the process that the catalogue reads and writes.
+struct CategoryStoreRecord {
+    QString CategoryFilePath;
+    // Null when released.
+    std::unique_ptr<pugi::xml_document> XmlDocument;
+    pugi::xml_node RootElement;
+    // The site element of the latest AddMainCategory on this document.
+    pugi::xml_node CurrentMainElement;
+};
+
+extern CategoryStoreRecord CategoryStore;
+
+// The data of the file's first node, the instruction with target "xml", kept to the byte.
+inline const char* const CategoryFileDeclaration = "version=\"1.0\" encoding= \"ISO-8859-1\"";
+
+// Loads path (or starts an empty document with rootName when there is none or it does not load)
+// and writes it back. A file that is there but does not load is first renamed aside. False when
+// the file could not be opened or written.
+bool OpenCategoryFile(const QString& path, const QString& rootName);
+// Appends a site element tagged Hooks().SiteLabel() and saves.
+void AddMainCategory(const QString& name, const QString& url);
+// Appends a SubItem to the latest site element and saves.
+void AddSubCategory(const QString& name, const QString& url);
+// Removes every site element tagged siteLabel under the root, saving after each, then once more.
+void RemoveSiteCategories(const QString& siteLabel);
+// Drops the document; the file on disk stays as last saved.
+void ReleaseCategoryFile();
+
+// Saves that reached the disk since the process started.
+std::int32_t CategoryFileSaveCount();
+
+// The text as the file holds it: what ISO-8859-1 lacks becomes "?", and "]]>" is broken up so
+// that the text stays one CDATA section (see modXML.cpp).
+QString CategoryFileText(const QString& text, bool isUrl);
+
+// The node after node in document order, staying inside top; null at the end.
+pugi::xml_node NextInDocumentOrder(const pugi::xml_node& node, const pugi::xml_node& top);
+
+// The text of an element's CDATA sections and text nodes, or of a text node itself.
+QString CategoryNodeText(const pugi::xml_node& node);
