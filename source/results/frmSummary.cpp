@@ -46,13 +46,19 @@ frmSummary::frmSummary(QWidget* owner)
     setPalette(palette);
     setAutoFillBackground(true);
     QFont font;
-    font.setFamilies({QStringLiteral("Tahoma"), QStringLiteral("DejaVu Sans")});
+    // Where Tahoma is missing, the condensed face comes closest to its width, so captions fit.
+    font.setFamilies(
+        {QStringLiteral("Tahoma"), QStringLiteral("DejaVu Sans Condensed"), QStringLiteral("DejaVu Sans")});
     font.setPointSizeF(8.25);
     setFont(font);
+    // A fallback face runs wider than Tahoma: the fixed captions grow to the right rather than clip.
+    for (QLabel* label : {m_ui->Label1, m_ui->Label2, m_ui->Label3, m_ui->Label4, m_ui->lblFilename})
+        label->resize(std::max(label->width(), label->sizeHint().width()), label->height());
 
     QTreeWidget* list = m_ui->lvwResults;
     list->setColumnWidth(0, 2000 / 15);
     list->setColumnWidth(1, 600 / 15);
+    list->setColumnWidth(SortColumn, 0);
     list->setColumnHidden(SortColumn, true);
     // The list has one order only; its headers sort nothing.
     list->header()->setSectionsClickable(false);

@@ -92,6 +92,7 @@ private Q_SLOTS:
         QFile::remove(m_folder.filePath(QStringLiteral("Marquill")));
         QFile::remove(m_folder.filePath(QStringLiteral("Marquillb")));
         QFile::remove(m_folder.filePath(QStringLiteral("helpfile.htm")));
+        QFile::remove(m_folder.filePath(QStringLiteral("started.mark")));
     }
 
     void buttonLeadsToTheMainWindowOnce() {
@@ -227,6 +228,24 @@ private Q_SLOTS:
         QVERIFY(summary.isVisible());
         QCOMPARE(MessageBox::ShownBoxes().size(), 1);
         QVERIFY(MessageBox::ShownBoxes()[0].text.startsWith(QStringLiteral("Cannot start ")));
+    }
+
+    void realStartRunsTheOtherProgramFile() {
+        // A stand-in for the other copy that leaves a mark when it runs.
+        const QString target = m_folder.filePath(QStringLiteral("Marquillb") + ExecutableSuffix());
+        const QString mark = m_folder.filePath(QStringLiteral("started.mark"));
+        QFile script(target);
+        QVERIFY(script.open(QIODevice::WriteOnly));
+        script.write("#!/bin/sh\ntouch \"" + mark.toUtf8() + "\"\n");
+        script.close();
+        QVERIFY(script.setPermissions(script.permissions() | QFileDevice::ExeOwner));
+        ResetProcessControl();
+        ProcessControl().RunningName = [] { return QStringLiteral("Marquill"); };
+        ProcessControl().EndProcess = [this] { ++m_ends; };
+        QWidget owner;
+        QVERIFY(StartNewSearch(&owner));
+        QTRY_VERIFY(QFile::exists(mark));
+        QVERIFY(MessageBox::ShownBoxes().isEmpty());
     }
 
     void exitEndsTheProcessWithoutAQuestion() {
