@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QString>
-
 #include <memory>
 #include <vector>
 
@@ -54,7 +53,8 @@ public:
 
     // Starts loading the URL and returns at once. Works again on a page that has loaded.
     void Navigate(const QString& url);
-    // 4 once the load has ended, whether it succeeded or not; below 4 while it goes on.
+    // 4 once the load has ended, whether it succeeded or not; 1 while it goes on; 0 before the first
+    // Navigate and after Quit.
     int ReadyState() const;
     // Once ReadyState is 4 the loaded page, never null: a failed load gives a page without
     // elements. Null before that. Valid until the next Navigate or Quit.
@@ -70,4 +70,5 @@ private:
     std::unique_ptr<HtmlDocument> m_document;
     QString m_url;
     bool m_ended = true;
+    bool m_navigated = false;
 };

@@ -1,5 +1,7 @@
 #include "modParser.h"
 
+#include "BrowserPage.h"
+#include "CategoryTree.h"
 #include "HostHooks.h"
 #include "VbNumeric.h"
 
@@ -127,5 +129,175 @@ void TallyTitle(const QString& title) {
         }
         if (last)
             return;
+    }
+}
+
+// ---- The listing scan ----
+
+std::int16_t ReadPageCount(const QString& outerHtml) {
+    // Positions here are 0-based; the markers are found from the first character, ignoring case.
+    const qsizetype p = outerHtml.indexOf(u"<b>Page", 0, Qt::CaseInsensitive);
+    if (p < 0)
+        return 0;
+    // The fragment is p + 30 characters long counted from 1, the marker's position plus 30.
+    const QString fragment = outerHtml.mid(p, (p + 1) + 30);
+    const qsizetype q = fragment.indexOf(u"</B> of", 0, Qt::CaseInsensitive);
+    const qsizetype r = fragment.indexOf(u"</TD>", 0, Qt::CaseInsensitive);
+    // A page without the markers, or with them in the wrong order, states no count: 0, and the
+    // next page tries again.
+    if (q < 0 || r < 0)
+        return 0;
+    const qsizetype start = q + 7;
+    if (r < start)
+        return 0;
+    const Int16Conversion count = ToInt16(QStringView(fragment).mid(start, r - start).trimmed());
+    return count.status == ConversionStatus::Ok ? count.value : 0;
+}
+
+void ScanListingPage(const QString& url) {
+    if (stopRequested())
+        return;
+    BrowserPage page;
+    page.Navigate(url);
+    while (page.ReadyState() != 4) {
+        Hooks().WaitForEvents();
+        // A stop confirmed during the load drops the page unwalked, so there is no need to wait
+        // for the rest of it.
+        if (stopRequested())
+            page.Stop();
+    }
+    if (stopRequested()) {
+        page.Quit();
+        return;
+    }
+    HtmlDocument* document = page.Document();
+    if (HarvestState.PageCount == 0) {
+        const HtmlElement* root = document->documentElement();
+        HarvestState.PageCount = ReadPageCount(root ? root->outerHTML() : QString());
+    }
+    const QString prefix = ItemPagePrefix(Hooks().SiteLabel());
+    for (const HtmlElement* anchor : document->links()) {
+        Hooks().Yield();
+        if (stopRequested()) {
+            HarvestState.ScanHalted = FlagTrue;
+            break;
+        }
+        const QString target = anchor->DefaultValue();
+        const QString inner = anchor->innerHTML();
+        if (target.startsWith(prefix, Qt::CaseSensitive) && !inner.startsWith(u"<IMG", Qt::CaseSensitive)) {
+            ++HarvestState.AuctionsScanned;
+            TallyTitle(inner);
+        }
+        if (stopRequested()) {
+            HarvestState.ScanHalted = FlagTrue;
+            break;
+        }
+        if (HarvestState.MaxAuctions != NoAuctionLimit && HarvestState.AuctionsScanned >= HarvestState.MaxAuctions) {
+            HarvestState.ScanHalted = FlagTrue;
+            break;
+        }
+    }
+    page.Quit();
+}
+
+Flag ScanResultPage(std::int16_t pageNumber, const QString& firstPageUrl) {
+    const qsizetype i = firstPageUrl.indexOf(u"QQsacat", 0, Qt::CaseInsensitive);
+    // A URL without the key has no page form: rather than ask the site for an address it never
+    // gave, the run ends here.
+    if (i < 0)
+        return FlagTrue;
+    const QString url =
+        firstPageUrl.left(i) + QStringLiteral("QQlopgZ") + QString::number(pageNumber) + firstPageUrl.mid(i);
+    ScanListingPage(url);
+    return HarvestState.ScanHalted == FlagTrue || stopRequested() ? FlagTrue : FlagFalse;
+}
+
+// ---- The harvest run ----
+
+QString PrepareListingUrl(const QString& url) {
+    QString prepared = url;
+    prepared.replace(QStringLiteral("QQsorecordsperpageZ200"), QStringLiteral("QQsorecordsperpageZ50"),
+                     Qt::CaseSensitive);
+    return prepared;
+}
+
+SearchScope ScopeOfPath(const QString& fullPath) {
+    switch (fullPath.count(u'~')) {
+    case 0:
+        return ScopeAllCategories;
+    case 1:
+        return ScopeMainCategory;
+    case 2:
+        return ScopeSubCategory;
+    default:
+        return 0;
+    }
+}
+
+namespace {
+
+// The yield at the head of a step of a walk. A stop confirmed in it may have rebuilt the tree,
+// so the step reads no node after it and the run ends.
+bool yieldAndContinue() {
+    Hooks().Yield();
+    return !stopRequested();
+}
+
+bool runMustEnd() { return stopRequested() || HarvestState.ScanHalted == FlagTrue; }
+
+} // namespace
+
+// The tree argument only keeps the nodes alive for the length of the walk.
+void RunHarvest(SearchScope scope, const QString& url, std::shared_ptr<const CategoryTree> /*tree*/,
+                const CategoryNode* selected) {
+    HarvestState.ScanHalted = FlagFalse;
+    HarvestState.PageCount = 0;
+    LoadExclusions();
+    ResetKeywordTable();
+
+    switch (scope) {
+    case ScopeAllCategories:
+        for (const CategoryNode* main = selected ? selected->Child() : nullptr; main; main = main->Next()) {
+            for (const CategoryNode* sub = main->Child(); sub; sub = sub->Next()) {
+                if (!yieldAndContinue())
+                    return;
+                ScanListingPage(PrepareListingUrl(sub->Key()));
+                if (runMustEnd())
+                    return;
+            }
+        }
+        break;
+    case ScopeMainCategory: {
+        const int n = selected ? selected->Children() : 0;
+        const CategoryNode* cursor = nullptr;
+        for (int step = 1; step <= n; ++step) {
+            if (!yieldAndContinue())
+                return;
+            cursor = step == 1 ? selected->Child() : cursor->Next();
+            if (!cursor)
+                return;
+            ScanListingPage(PrepareListingUrl(cursor->Key()));
+            if (runMustEnd())
+                return;
+        }
+        break;
+    }
+    case ScopeSubCategory: {
+        const QString prepared = PrepareListingUrl(url);
+        ScanListingPage(prepared);
+        if (stopRequested())
+            return;
+        const std::int16_t last = HarvestState.PageCount;
+        for (std::int16_t pageNumber = 2; pageNumber <= last && pageNumber > 0; ++pageNumber) {
+            Hooks().Yield();
+            if (ScanResultPage(pageNumber, prepared) == FlagTrue)
+                return;
+            if (pageNumber == std::numeric_limits<std::int16_t>::max())
+                break;
+        }
+        break;
+    }
+    default:
+        break;
     }
 }

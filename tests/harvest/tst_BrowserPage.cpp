@@ -1,0 +1,447 @@
+#include "harvest/BrowserPage.h"
+#include "harvest/FilePageSource.h"
+#include "harvest/HtmlDom.h"
+
+#include <QTest>
+#include <random>
+
+namespace {
+
+const QString Pages = QStringLiteral(MARQUILL_TEST_PAGES);
+const QUrl ListUrl(QStringLiteral("http://listings.example.test/golf/list.htm"));
+
+std::unique_ptr<HtmlDocument> Parse(const QByteArray& html, const QString& charset = {}) {
+    return ParseHtmlDocument(html, charset, ListUrl);
+}
+
+HtmlElement* FirstByTag(const HtmlDocument& document, const QString& tag) {
+    for (HtmlElement* element : document.all())
+        if (element->tagName() == tag)
+            return element;
+    return nullptr;
+}
+
+QStringList Tags(const std::vector<HtmlElement*>& elements) {
+    QStringList tags;
+    for (HtmlElement* element : elements)
+        tags << element->tagName();
+    return tags;
+}
+
+// Loads a stored page through the browser as the scan does, with the URL it would have had.
+class StoredPage {
+public:
+    StoredPage(const QString& file, const QUrl& url = ListUrl, const QString& charset = {})
+        : m_page(&m_files) {
+        m_files.AddPage(url, Pages + u'/' + file, charset);
+        m_page.Navigate(url.toString());
+    }
+    HtmlDocument* Document() {
+        if (!QTest::qWaitFor([this] { return m_page.ReadyState() == 4; }, 10000))
+            return nullptr;
+        return m_page.Document();
+    }
+
+private:
+    FilePageSource m_files;
+    BrowserPage m_page;
+};
+
+} // namespace
+
+class tst_BrowserPage : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void linksAreAnchorsAndAreasWithHrefInDocumentOrder() {
+        StoredPage page(QStringLiteral("links.htm"));
+        HtmlDocument* document = page.Document();
+        QVERIFY(document);
+        QCOMPARE(Tags(document->links()), QStringList({"A", "AREA", "A", "A", "A", "A", "A", "A"}));
+        QStringList targets;
+        for (HtmlElement* link : document->links())
+            targets << link->DefaultValue();
+        QCOMPARE(targets, QStringList({
+                              "http://pages.example.test/help/index.html",
+                              "http://listings.example.test/sell.html",
+                              "http://cgi.example.test/ws/Item?ViewItem&item=1001",
+                              "http://cgi.example.test/ws/Item?ViewItem&item=1001",
+                              "http://listings.example.test/golf/item1002.html",
+                              "http://listings.example.test/other/list.html?page=2",
+                              "http://listings.example.test/golf/list.htm?sort=price",
+                              // An absolute href is given as written, not normalised.
+                              "HTTP://Mixed.Example.TEST/a%7Eb/../c",
+                          }));
+    }
+
+    void elementsThatAreNoLinksGiveObject() {
+        StoredPage page(QStringLiteral("links.htm"));
+        HtmlDocument* document = page.Document();
+        QVERIFY(document);
+        int objects = 0;
+        int anchorsWithoutHref = 0;
+        for (HtmlElement* element : document->all()) {
+            const bool isLink = std::find(document->links().begin(), document->links().end(), element) !=
+                                document->links().end();
+            if (isLink) {
+                QVERIFY(element->DefaultValue() != u"[object]");
+                continue;
+            }
+            QCOMPARE(element->DefaultValue(), QStringLiteral("[object]"));
+            ++objects;
+            if (element->tagName() == u"A")
+                ++anchorsWithoutHref;
+        }
+        QCOMPARE(anchorsWithoutHref, 2);
+        QVERIFY(objects > 10);
+    }
+
+    void baseElementSetsTheUrlLinksResolveAgainst() {
+        StoredPage page(QStringLiteral("base.htm"));
+        HtmlDocument* document = page.Document();
+        QVERIFY(document);
+        QStringList targets;
+        for (HtmlElement* link : document->links())
+            targets << link->DefaultValue();
+        QCOMPARE(targets,
+                 QStringList({"http://static.example.test/base/dir/item.html",
+                              "http://static.example.test/rooted.html", "http://other.example.test/x"}));
+    }
+
+    void innerHtmlOfStoredLinks() {
+        StoredPage page(QStringLiteral("links.htm"));
+        HtmlDocument* document = page.Document();
+        QVERIFY(document);
+        const auto& links = document->links();
+        QCOMPARE(links[2]->innerHTML(),
+                 QStringLiteral("<IMG src=\"thumb.jpg\" border=\"0\" alt=\"Golf &quot;Pro&quot; set\">"));
+        QCOMPARE(links[3]->innerHTML(), QStringLiteral("Golf  Club\n Set &amp; <B>Bag</B>&nbsp;Mint"));
+        QCOMPARE(links[4]->innerHTML(), QStringLiteral("Putter &lt;new&gt;"));
+        QCOMPARE(links[4]->outerHTML(), QStringLiteral("<A href=\"item1002.html\">Putter &lt;new&gt;</A>"));
+        // The whole page as one string, white space between tags kept as it came.
+        const QString whole = document->documentElement()->outerHTML();
+        QVERIFY(whole.startsWith(u"<HTML>\n<HEAD><TITLE>Sporting Goods - Golf "
+                                 u"items</TITLE></HEAD>\n<BODY>\n<A name=\"top\"></A>"));
+        QVERIFY(whole.contains(
+            u"<MAP name=\"nav\"><AREA shape=\"rect\" coords=\"0,0,10,10\" href=\"/sell.html\">"));
+        QVERIFY(whole.endsWith(u"</HTML>"));
+    }
+
+    void innerHtmlSerialization_data() {
+        QTest::addColumn<QByteArray>("body");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("names in capitals, attributes as parsed")
+            << QByteArray("<FONT COLOR=red Size=2>x</FONT>")
+            << QStringLiteral("<FONT color=\"red\" size=\"2\">x</FONT>");
+        QTest::newRow("void elements have no end tag")
+            << QByteArray("a<br>b<img src=a.gif><hr>") << QStringLiteral("a<BR>b<IMG src=\"a.gif\"><HR>");
+        QTest::newRow("text escapes") << QByteArray("a > b &lt; c &amp; d&nbsp;e \"q\"")
+                                      << QStringLiteral("a &gt; b &lt; c &amp; d&nbsp;e \"q\"");
+        QTest::newRow("numeric references")
+            << QByteArray("&#160;&#x26;&#8220;") << QStringLiteral("&nbsp;&amp;") + QChar(0x201C);
+        QTest::newRow("attribute escapes")
+            << QByteArray("<a href=\"x?a=1&amp;b=2\" title='say \"hi\"&nbsp;<b>'>t</a>")
+            << QStringLiteral("<A href=\"x?a=1&amp;b=2\" title=\"say &quot;hi&quot;&nbsp;<b>\">t</A>");
+        // The parser fills a boolean attribute with its own name; any other one left bare is empty.
+        QTest::newRow("attributes without value")
+            << QByteArray("<input type=checkbox checked><td nowrap foo>x</td>")
+            << QStringLiteral(
+                   "<INPUT type=\"checkbox\" checked=\"checked\"><TD nowrap=\"nowrap\" foo=\"\">x</TD>");
+        QTest::newRow("comments kept")
+            << QByteArray("<!-- note & more -->x") << QStringLiteral("<!-- note & more -->x");
+        QTest::newRow("script and style raw")
+            << QByteArray("<script>if (a < b && c) x=\"&amp;\";</script><style>p > b {}</style>")
+            << QStringLiteral("<SCRIPT>if (a < b && c) x=\"&amp;\";</SCRIPT><STYLE>p > b {}</STYLE>");
+        QTest::newRow("tables as parsed") << QByteArray("<table><tr><td>1<td>2</table>")
+                                          << QStringLiteral("<TABLE><TR><TD>1</TD><TD>2</TD></TR></TABLE>");
+        QTest::newRow("unclosed bold closed")
+            << QByteArray("<p><b>x</p>y") << QStringLiteral("<P><B>x</B></P>y");
+    }
+    void innerHtmlSerialization() {
+        QFETCH(QByteArray, body);
+        QFETCH(QString, expected);
+        const auto document = Parse("<html><body>" + body + "</body></html>");
+        HtmlElement* bodyElement = FirstByTag(*document, QStringLiteral("BODY"));
+        QVERIFY(bodyElement);
+        QCOMPARE(bodyElement->innerHTML(), expected);
+        QCOMPARE(bodyElement->outerHTML(), QStringLiteral("<BODY>") + expected + QStringLiteral("</BODY>"));
+    }
+
+    void innerTextFoldsSpaceAndBreaksLines_data() {
+        QTest::addColumn<QByteArray>("body");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("runs folded, trimmed")
+            << QByteArray("  Golf \n\t Club  ") << QStringLiteral("Golf Club");
+        QTest::newRow("inline markup joins") << QByteArray("a<b>b</b>c <i> d</i>") << QStringLiteral("abc d");
+        QTest::newRow("entities decoded")
+            << QByteArray("Set &amp; <b>Bag</b> &lt;x&gt;") << QStringLiteral("Set & Bag <x>");
+        QTest::newRow("br") << QByteArray("a<br>b") << QStringLiteral("a\r\nb");
+        QTest::newRow("two br") << QByteArray("a<br><br>b") << QStringLiteral("a\r\n\r\nb");
+        QTest::newRow("br at the ends dropped") << QByteArray("<br>x<br>") << QStringLiteral("x");
+        QTest::newRow("paragraphs") << QByteArray("<p>one</p><p>two</p>") << QStringLiteral("one\r\ntwo");
+        QTest::newRow("nested blocks")
+            << QByteArray("<div>x<div>y</div>z</div>") << QStringLiteral("x\r\ny\r\nz");
+        QTest::newRow("table rows and cells")
+            << QByteArray("<table><tr><td>a</td><td>b</td></tr><tr><td>c</td></tr></table>")
+            << QStringLiteral("a b\r\nc");
+        QTest::newRow("script and style hidden")
+            << QByteArray("<script>var x;</script>t<style>p{}</style>") << QStringLiteral("t");
+        QTest::newRow("no-break space kept")
+            << QByteArray("a&nbsp;b") << QStringLiteral("a") + QChar(0xA0) + u'b';
+        QTest::newRow("no text") << QByteArray("<img src=a.gif>") << QString();
+    }
+    void innerTextFoldsSpaceAndBreaksLines() {
+        QFETCH(QByteArray, body);
+        QFETCH(QString, expected);
+        const auto document = Parse("<html><body>" + body + "</body></html>");
+        QCOMPARE(FirstByTag(*document, QStringLiteral("BODY"))->innerText(), expected);
+    }
+
+    void parentElementChainAndTagNames() {
+        StoredPage page(QStringLiteral("links.htm"));
+        HtmlDocument* document = page.Document();
+        QVERIFY(document);
+        QStringList chain;
+        for (HtmlElement* e = FirstByTag(*document, QStringLiteral("B")); e; e = e->parentElement())
+            chain << e->tagName();
+        QCOMPARE(chain, QStringList({"B", "A", "TD", "TR", "TABLE", "BODY", "HTML"}));
+        QVERIFY(!document->documentElement()->parentElement());
+        QCOMPARE(document->documentElement()->tagName(), QStringLiteral("HTML"));
+        QCOMPARE(document->links()[3]->innerText(),
+                 QStringLiteral("Golf Club Set & Bag") + QChar(0xA0) + QStringLiteral("Mint"));
+    }
+
+    void allListsEveryElementInDocumentOrder() {
+        auto document =
+            Parse("<html><head><title>t</title></head><body><p>a<b>b</b></p><i>c</i></body></html>");
+        QCOMPARE(Tags(document->all()), QStringList({"HTML", "HEAD", "TITLE", "BODY", "P", "B", "I"}));
+        QCOMPARE(document->documentElement(), document->all().front());
+        // The parser supplies what a page leaves out.
+        document = Parse("<p>x<a href=y>y</a>");
+        QCOMPARE(Tags(document->all()), QStringList({"HTML", "BODY", "P", "A"}));
+    }
+
+    void charsetDecoding_data() {
+        QTest::addColumn<QByteArray>("page");
+        QTest::addColumn<QString>("httpCharset");
+        QTest::addColumn<QString>("expected");
+        const QString quoted = QChar(0x201C) + QStringLiteral("q") + QChar(0x201D);
+        QTest::newRow("default windows-1252") << QByteArray("<p>\x93q\x94</p>") << QString() << quoted;
+        QTest::newRow("latin-1 read as windows-1252")
+            << QByteArray("<p>\x93q\x94</p>") << QStringLiteral("ISO-8859-1") << quoted;
+        QTest::newRow("meta utf-8") << QByteArray("<meta charset=\"utf-8\"><p>\xE2\x80\x9Cq\xE2\x80\x9D</p>")
+                                    << QString() << quoted;
+        QTest::newRow("meta content form") << QByteArray("<meta http-equiv=Content-Type content='text/html; "
+                                                         "charset=UTF-8'><p>\xE2\x80\x9Cq\xE2\x80\x9D")
+                                           << QString() << quoted;
+        QTest::newRow("header wins over meta") << QByteArray("<meta charset=\"utf-8\"><p>\x93q\x94</p>")
+                                               << QStringLiteral("windows-1252") << quoted;
+        QTest::newRow("utf-8 header wins over meta")
+            << QByteArray("<meta charset=\"windows-1252\"><p>\xE2\x80\x9Cq\xE2\x80\x9D</p>")
+            << QStringLiteral("utf-8") << quoted;
+        QTest::newRow("unknown header charset falls to meta")
+            << QByteArray("<meta charset=\"utf-8\"><p>\xE2\x80\x9Cq\xE2\x80\x9D</p>")
+            << QStringLiteral("x-no-such") << quoted;
+        QTest::newRow("byte order mark")
+            << QByteArray("\xEF\xBB\xBF<p>\xE2\x80\x9Cq\xE2\x80\x9D</p>") << QString() << quoted;
+        QTest::newRow("bad utf-8 replaced") << QByteArray("<p>a\xFF\xFE b</p>") << QStringLiteral("utf-8")
+                                            << QStringLiteral("a\uFFFD\uFFFD b");
+        QTest::newRow("other charset by name")
+            << QByteArray("<p>\xE1\xE2\xE3</p>") << QStringLiteral("iso-8859-7")
+            << QStringLiteral("\u03B1\u03B2\u03B3");
+    }
+    void charsetDecoding() {
+        QFETCH(QByteArray, page);
+        QFETCH(QString, httpCharset);
+        QFETCH(QString, expected);
+        const auto document = Parse(page, httpCharset);
+        QCOMPARE(FirstByTag(*document, QStringLiteral("P"))->innerText(), expected);
+    }
+
+    void charsetOfStoredPages() {
+        StoredPage plain(QStringLiteral("cp1252.htm"));
+        QVERIFY(plain.Document());
+        QCOMPARE(plain.Document()->documentElement()->innerText(), QChar(0x201C) + QStringLiteral("Quoted") +
+                                                                       QChar(0x201D) + u' ' + QChar(0x20AC) +
+                                                                       QStringLiteral(" 5"));
+        StoredPage greek(QStringLiteral("meta-greek.htm"));
+        QVERIFY(greek.Document());
+        QCOMPARE(greek.Document()->documentElement()->innerText(), QStringLiteral("\u03B1\u03B2\u03B3"));
+        StoredPage overridden(QStringLiteral("meta-greek.htm"), ListUrl, QStringLiteral("windows-1252"));
+        QVERIFY(overridden.Document());
+        QCOMPARE(overridden.Document()->documentElement()->innerText(), QStringLiteral("\u00E1\u00E2\u00E3"));
+    }
+
+    void metaCharsetPrescan() {
+        QCOMPARE(MetaCharset("<html><head><META CHARSET = 'Shift_JIS'>"), QStringLiteral("shift_jis"));
+        QCOMPARE(MetaCharset("<meta name=description content=\"charset\"><meta charset=utf-8>"),
+                 QStringLiteral("utf-8"));
+        QCOMPARE(MetaCharset("<p>charset=utf-8</p>"), QString());
+        QCOMPARE(MetaCharset(QByteArray(5000, ' ') + "<meta charset=utf-8>"), QString());
+    }
+
+    void deepNestingIsCappedWithoutExhaustingTheStack() {
+        const int depth = 100000;
+        QByteArray html = "<html><body><a href=\"before.htm\">before</a>";
+        for (int i = 0; i < depth; ++i)
+            html += "<div>";
+        html += "<a href=\"deep.htm\">deep</a>";
+        for (int i = 0; i < depth; ++i)
+            html += "</div>";
+        html += "<a href=\"after.htm\">after</a></body></html>";
+        const auto document = Parse(html);
+        // Read up to the limit of open elements, flattened below the depth cap.
+        QCOMPARE(document->links().size(), size_t(1));
+        QCOMPARE(document->links().front()->DefaultValue(),
+                 QStringLiteral("http://listings.example.test/golf/before.htm"));
+        const auto divs = std::count_if(document->all().begin(), document->all().end(),
+                                        [](HtmlElement* e) { return e->tagName() == u"DIV"; });
+        QVERIFY(divs >= HtmlMaxOpenElements - 3);
+        QVERIFY(divs <= HtmlMaxOpenElements);
+        HtmlElement* last = document->all().back();
+        int levels = 0;
+        for (HtmlElement* e = last; e; e = e->parentElement())
+            ++levels;
+        QCOMPARE(levels, HtmlMaxTreeDepth);
+        const QString outer = document->documentElement()->outerHTML();
+        QCOMPARE(outer.count(u"<DIV>"), divs);
+        QCOMPARE(outer.count(u"</DIV>"), divs);
+        QCOMPARE(document->documentElement()->innerText(), QStringLiteral("before"));
+    }
+
+    void deepTagSoupKeepsItsLinks_data() {
+        QTest::addColumn<QByteArray>("open");
+        QTest::addColumn<QByteArray>("close");
+        QTest::addColumn<int>("times");
+        QTest::newRow("divs never closed") << QByteArray("<div>") << QByteArray() << 230;
+        QTest::newRow("nested tables")
+            << QByteArray("<table><tr><td>") << QByteArray("</td></tr></table>") << 76;
+        QTest::newRow("inline tags") << QByteArray("<font><b><i>") << QByteArray("</i></b></font>") << 76;
+        QTest::newRow("stray closers between")
+            << QByteArray("<span></p>") << QByteArray("</span></td>") << 230;
+    }
+    void deepTagSoupKeepsItsLinks() {
+        QFETCH(QByteArray, open);
+        QFETCH(QByteArray, close);
+        QFETCH(int, times);
+        QByteArray html = "<html><body><a href=\"before.htm\">before</a>";
+        for (int i = 0; i < times; ++i)
+            html += open;
+        html += "<a href=\"deep.htm\">deep <b>link</b></a>";
+        for (int i = 0; i < times; ++i)
+            html += close;
+        html += "<p><a href=\"after.htm\">after</a></p></body></html>";
+        const auto document = Parse(html);
+        QStringList targets;
+        for (HtmlElement* link : document->links())
+            targets << link->DefaultValue().section(u'/', -1);
+        QCOMPARE(targets, QStringList({"before.htm", "deep.htm", "after.htm"}));
+        int deepest = 0;
+        for (HtmlElement* element : document->all()) {
+            int levels = 0;
+            for (HtmlElement* e = element; e && levels <= HtmlMaxTreeDepth; e = e->parentElement())
+                ++levels;
+            deepest = std::max(deepest, levels);
+        }
+        QCOMPARE(deepest, HtmlMaxTreeDepth);
+        // At the cap the link was ended where it began; its words follow it.
+        HtmlElement* deep = document->links()[1];
+        QCOMPARE(deep->innerHTML(), QString());
+        QVERIFY(deep->parentElement()->innerHTML().contains(u"<A href=\"deep.htm\"></A>deep <B></B>link"));
+        QVERIFY(document->documentElement()->innerText().endsWith(u"deep link\r\nafter"));
+    }
+
+    void nestingBelowTheCapIsKept() {
+        const int depth = HtmlMaxTreeDepth - 10;
+        QByteArray html = "<html><body>";
+        for (int i = 0; i < depth; ++i)
+            html += "<div>";
+        html += "<a href=x><b>x</b></a>";
+        const auto document = Parse(html);
+        int levels = 0;
+        for (HtmlElement* e = FirstByTag(*document, QStringLiteral("B")); e; e = e->parentElement())
+            ++levels;
+        QCOMPARE(levels, depth + 4);
+        QCOMPARE(document->links().front()->innerHTML(), QStringLiteral("<B>x</B>"));
+    }
+
+    void pagesThatAreNoHtmlGiveNoLinks_data() {
+        QTest::addColumn<QByteArray>("page");
+        std::mt19937 random(20261123);
+        QByteArray noise(65536, Qt::Uninitialized);
+        for (char& c : noise)
+            c = char(random() & 0xFF);
+        QTest::newRow("empty") << QByteArray();
+        QTest::newRow("random bytes") << noise;
+        QTest::newRow("nul bytes") << QByteArray(1000, '\0');
+        QTest::newRow("picture") << QByteArray("\x89PNG\r\n\x1A\n\0\0\0\rIHDR", 16) + noise.left(4000);
+        QTest::newRow("plain text") << QByteArray("Nothing here but words.\nAnd lines.");
+        QTest::newRow("json") << QByteArray("{\"href\": \"http://x/\", \"a\": [1, 2]}");
+        QTest::newRow("feed") << QByteArray(
+            "<?xml version=\"1.0\"?><rss><channel><link>http://x/</link></channel></rss>");
+        QTest::newRow("broken markup") << QByteArray("<a href=\"x\"<<<</a></a><<a></html><html><!--");
+    }
+    void pagesThatAreNoHtmlGiveNoLinks() {
+        QFETCH(QByteArray, page);
+        const auto document = Parse(page);
+        QVERIFY(document);
+        if (!QTest::currentDataTag() || QByteArray(QTest::currentDataTag()) != "broken markup")
+            QVERIFY(document->links().empty());
+        for (HtmlElement* element : document->all()) {
+            // Every element reads without failing.
+            QVERIFY(!element->tagName().isEmpty());
+            element->innerText();
+            element->outerHTML();
+        }
+        if (page.isEmpty())
+            QVERIFY(!document->documentElement());
+    }
+
+    void browserLifecycleWithStoredPages() {
+        FilePageSource files(Pages);
+        BrowserPage page(&files);
+        QCOMPARE(page.ReadyState(), 0);
+        QVERIFY(!page.Document());
+
+        page.Navigate(QStringLiteral("http://listings.example.test/any/links.htm"));
+        QCOMPARE(page.ReadyState(), 1);
+        QVERIFY(!page.Document());
+        QTRY_COMPARE(page.ReadyState(), 4);
+        HtmlDocument* document = page.Document();
+        QVERIFY(document);
+        QCOMPARE(page.Document(), document);
+        QCOMPARE(document->links().size(), size_t(8));
+
+        // A page that is not there ends as an empty document.
+        page.Navigate(QStringLiteral("http://listings.example.test/any/missing.htm"));
+        QTRY_COMPARE(page.ReadyState(), 4);
+        QVERIFY(page.Document()->all().empty());
+
+        // Stopped before the file was read: empty, and the late read changes nothing.
+        page.Navigate(QStringLiteral("http://listings.example.test/any/links.htm"));
+        page.Stop();
+        QCOMPARE(page.ReadyState(), 4);
+        QVERIFY(page.Document()->all().empty());
+        QCoreApplication::processEvents();
+        QVERIFY(page.Document()->all().empty());
+
+        page.Quit();
+        QCOMPARE(page.ReadyState(), 0);
+        QVERIFY(!page.Document());
+        QCOMPARE(files.StartCount(), 3);
+    }
+
+    void browserUsesTheDefaultSourceWhenGivenNone() {
+        FilePageSource files(Pages);
+        SetDefaultPageSource(&files);
+        BrowserPage page;
+        page.Navigate(QStringLiteral("http://listings.example.test/x/base.htm"));
+        QTRY_COMPARE(page.ReadyState(), 4);
+        SetDefaultPageSource(nullptr);
+        QCOMPARE(page.Document()->links().size(), size_t(3));
+        QCOMPARE(files.StartCount(), 1);
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_BrowserPage)
+#include "tst_BrowserPage.moc"

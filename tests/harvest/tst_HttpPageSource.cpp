@@ -1,0 +1,303 @@
+#include "LocalHttpServer.h"
+#include "harvest/BrowserPage.h"
+#include "harvest/FilePageSource.h"
+#include "harvest/HttpPageSource.h"
+#include "platform/HostHooks.h"
+
+#include <QFile>
+#include <QNetworkProxy>
+#include <QSet>
+#include <QTemporaryDir>
+#include <QTest>
+
+namespace {
+
+const QByteArray ListingBody = "<html><body><table><tr><td><a href=\"item1.htm\">First</a></td>"
+                               "<td><a href=\"http://cgi.example.test/item2\">Second</a></td></tr>"
+                               "</table></body></html>";
+
+// The wait that the harvest itself uses: the loop sleeps until an event arrives, so a load whose
+// end or time-out raised no event would hang here.
+void WaitAsTheRunDoes(BrowserPage& page) {
+    while (page.ReadyState() != 4)
+        Hooks().WaitForEvents();
+}
+
+QStringList LinkTargets(BrowserPage& page) {
+    QStringList targets;
+    for (HtmlElement* link : page.Document()->links())
+        targets << link->DefaultValue();
+    return targets;
+}
+
+} // namespace
+
+class tst_HttpPageSource : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase() {
+        // Loopback tests go straight to the server whatever proxy the machine names.
+        HttpPageSource::SetProxy(QNetworkProxy(QNetworkProxy::NoProxy));
+    }
+    void cleanupTestCase() { HttpPageSource::SetProxy(QNetworkProxy(QNetworkProxy::DefaultProxy)); }
+
+    void defaultSourceIsHttpUnlessReplaced() {
+        QVERIFY(dynamic_cast<HttpPageSource*>(&DefaultPageSource()));
+        FilePageSource files;
+        SetDefaultPageSource(&files);
+        QCOMPARE(&DefaultPageSource(), static_cast<PageSource*>(&files));
+        SetDefaultPageSource(nullptr);
+        QVERIFY(dynamic_cast<HttpPageSource*>(&DefaultPageSource()));
+    }
+
+    void pagesShareOneKeptAliveConnection() {
+        LocalHttpServer server([](const LocalHttpRequest&, QTcpSocket* socket) {
+            socket->write(LocalHttpServer::Response(200, ListingBody));
+        });
+        QVERIFY(server.IsListening());
+        HttpPageSource source;
+        BrowserPage page(&source);
+        for (int i = 1; i <= 3; ++i) {
+            page.Navigate(server.Url(QStringLiteral("/list/page%1.htm").arg(i)));
+            WaitAsTheRunDoes(page);
+            QCOMPARE(LinkTargets(page), QStringList({server.Url(QStringLiteral("/list/item1.htm")),
+                                                     QStringLiteral("http://cgi.example.test/item2")}));
+        }
+        // A second page source shares the process's manager and so its connections.
+        HttpPageSource other;
+        BrowserPage second(&other);
+        second.Navigate(server.Url(QStringLiteral("/list/page4.htm")));
+        WaitAsTheRunDoes(second);
+        QCOMPARE(second.Document()->links().size(), size_t(2));
+        QCOMPARE(server.Requests().size(), 4);
+        QCOMPARE(server.ConnectionCount(), 1);
+    }
+
+    void httpCharsetReachesThePage() {
+        // UTF-8 bytes of U+201C; the meta tag claims otherwise and loses to the header.
+        const QByteArray body = "<html><head><meta charset=\"windows-1252\"></head><body><p>\xE2\x80\x9Cq</p>"
+                                "</body></html>";
+        LocalHttpServer server([&body](const LocalHttpRequest&, QTcpSocket* socket) {
+            socket->write(LocalHttpServer::Response(200, body, "text/html; charset=UTF-8"));
+        });
+        HttpPageSource source;
+        std::unique_ptr<PageLoad> load = source.Start(QUrl(server.Url(QStringLiteral("/p"))));
+        QTRY_VERIFY_WITH_TIMEOUT(load->IsFinished(), 20000);
+        const PageResponse response = load->TakeResponse();
+        QVERIFY(response.ok);
+        QCOMPARE(response.httpCharset, QStringLiteral("UTF-8"));
+
+        BrowserPage page(&source);
+        page.Navigate(server.Url(QStringLiteral("/p")));
+        WaitAsTheRunDoes(page);
+        QCOMPARE(page.Document()->documentElement()->innerText(), QString(QChar(0x201C)) + u'q');
+    }
+
+    void redirectIsFollowedAndLinksResolveAgainstTheFinalUrl() {
+        LocalHttpServer server([](const LocalHttpRequest& request, QTcpSocket* socket) {
+            if (request.Path() == "/start")
+                socket->write(LocalHttpServer::Redirect("/moved/list.htm"));
+            else
+                socket->write(LocalHttpServer::Response(200, ListingBody));
+        });
+        HttpPageSource source;
+        std::unique_ptr<PageLoad> load = source.Start(QUrl(server.Url(QStringLiteral("/start"))));
+        QTRY_VERIFY_WITH_TIMEOUT(load->IsFinished(), 20000);
+        QCOMPARE(load->TakeResponse().finalUrl, QUrl(server.Url(QStringLiteral("/moved/list.htm"))));
+
+        BrowserPage page(&source);
+        page.Navigate(server.Url(QStringLiteral("/start")));
+        WaitAsTheRunDoes(page);
+        QCOMPARE(LinkTargets(page).value(0), server.Url(QStringLiteral("/moved/item1.htm")));
+    }
+
+    void redirectLoopEndsAfterTenRedirects() {
+        LocalHttpServer server([](const LocalHttpRequest& request, QTcpSocket* socket) {
+            const int n = request.Path().mid(6).toInt();
+            socket->write(LocalHttpServer::Redirect("/loop/" + QByteArray::number(n + 1)));
+        });
+        HttpPageSource source;
+        BrowserPage page(&source);
+        page.Navigate(server.Url(QStringLiteral("/loop/0")));
+        WaitAsTheRunDoes(page);
+        QVERIFY(page.Document()->all().empty());
+        // The first request and ten redirects followed; the eleventh is refused. The network layer
+        // may repeat a request, so distinct targets are what count.
+        QSet<QByteArray> targets;
+        for (const LocalHttpRequest& request : server.Requests())
+            targets.insert(request.Path());
+        QCOMPARE(targets.size(), 1 + HttpPageSource::MaxRedirects);
+        QVERIFY(targets.contains("/loop/10"));
+        QVERIFY(!targets.contains("/loop/11"));
+    }
+
+    void stalledPageEndsAtTheSilenceTimeout_data() {
+        QTest::addColumn<QByteArray>("sent");
+        QTest::newRow("nothing") << QByteArray();
+        QTest::newRow("headers only") << QByteArray("HTTP/1.1 200 OK\r\nContent-Length: 5000\r\n\r\n");
+        QTest::newRow("part of the body")
+            << QByteArray("HTTP/1.1 200 OK\r\nContent-Length: 5000\r\n\r\n<html><body><a href=\"x\">x</a>");
+    }
+    void stalledPageEndsAtTheSilenceTimeout() {
+        QFETCH(QByteArray, sent);
+        LocalHttpServer server([&sent](const LocalHttpRequest&, QTcpSocket* socket) { socket->write(sent); });
+        HttpPageSource source;
+        QCOMPARE(source.SilenceTimeoutMs(), 60000);
+        source.SetSilenceTimeoutMs(200);
+        BrowserPage page(&source);
+        page.Navigate(server.Url(QStringLiteral("/stall")));
+        QCOMPARE(page.ReadyState(), 1);
+        QVERIFY(!page.Document());
+        WaitAsTheRunDoes(page);
+        QVERIFY(page.Document());
+        QVERIFY(page.Document()->all().empty());
+        QVERIFY(!page.Document()->documentElement());
+    }
+
+    void connectionResetMidBodyGivesAnEmptyPage() {
+        LocalHttpServer server([](const LocalHttpRequest&, QTcpSocket* socket) {
+            socket->write("HTTP/1.1 200 OK\r\nContent-Type: text/html\r\nContent-Length: 4000\r\n\r\n"
+                          "<html><body><a href=\"/item\">Item</a>");
+            socket->flush();
+            socket->abort();
+        });
+        HttpPageSource source;
+        BrowserPage page(&source);
+        page.Navigate(server.Url(QStringLiteral("/reset")));
+        WaitAsTheRunDoes(page);
+        QVERIFY(page.Document()->links().empty());
+        QVERIFY(page.Document()->all().empty());
+    }
+
+    void serverErrorAnswerIsReadAsItsPage() {
+        // A browser shows the body of an error answer; the page is that body.
+        LocalHttpServer server([](const LocalHttpRequest&, QTcpSocket* socket) {
+            socket->write(LocalHttpServer::Response(
+                500, "<html><body><h1>Error</h1><a href=\"/home\">Home</a></body></html>"));
+        });
+        HttpPageSource source;
+        BrowserPage page(&source);
+        page.Navigate(server.Url(QStringLiteral("/broken")));
+        WaitAsTheRunDoes(page);
+        QCOMPARE(LinkTargets(page), QStringList(server.Url(QStringLiteral("/home"))));
+    }
+
+    void bodyOverTheCapIsCutThere() {
+        QByteArray body = "<html><body><a href=\"/first\">first</a>";
+        while (body.size() < 300000)
+            body += "<p>filler filler filler filler filler filler filler filler</p>\n";
+        body += "<a href=\"/last\">last</a></body></html>";
+        LocalHttpServer server([&body](const LocalHttpRequest&, QTcpSocket* socket) {
+            socket->write(LocalHttpServer::Response(200, body));
+        });
+        HttpPageSource source;
+        QCOMPARE(source.MaxBodyBytes(), qint64(16 * 1024 * 1024));
+        source.SetMaxBodyBytes(100000);
+        std::unique_ptr<PageLoad> load = source.Start(QUrl(server.Url(QStringLiteral("/huge"))));
+        QTRY_VERIFY_WITH_TIMEOUT(load->IsFinished(), 20000);
+        const PageResponse response = load->TakeResponse();
+        QVERIFY(response.ok);
+        QCOMPARE(response.body, body.left(100000));
+
+        BrowserPage page(&source);
+        page.Navigate(server.Url(QStringLiteral("/huge")));
+        WaitAsTheRunDoes(page);
+        QCOMPARE(LinkTargets(page), QStringList(server.Url(QStringLiteral("/first"))));
+
+        // A body exactly at the cap is whole.
+        source.SetMaxBodyBytes(body.size());
+        page.Navigate(server.Url(QStringLiteral("/huge")));
+        WaitAsTheRunDoes(page);
+        QCOMPARE(page.Document()->links().size(), size_t(2));
+    }
+
+    void onlyWebSchemesAreLoaded_data() {
+        QTest::addColumn<QString>("url");
+        QTest::newRow("file") << QStringLiteral("file://%1");
+        QTest::newRow("file without slashes") << QStringLiteral("file:%1");
+        QTest::newRow("plain path") << QStringLiteral("%1");
+        QTest::newRow("ftp") << QStringLiteral("ftp://127.0.0.1%1");
+        QTest::newRow("data") << QStringLiteral("data:text/html,<a href=x>x</a>");
+        QTest::newRow("javascript") << QStringLiteral("javascript:alert(1)");
+        QTest::newRow("empty") << QString();
+        QTest::newRow("http without host") << QStringLiteral("http:%1");
+    }
+    void onlyWebSchemesAreLoaded() {
+        QFETCH(QString, url);
+        QTemporaryDir dir;
+        QVERIFY(dir.isValid());
+        const QString path = dir.filePath(QStringLiteral("secret.htm"));
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write("<html><body><a href=\"http://leak.example.test/\">secret</a></body></html>");
+        file.close();
+
+        HttpPageSource source;
+        BrowserPage page(&source);
+        page.Navigate(url.contains(u"%1") ? url.arg(path) : url);
+        // Refused before any event: the page ends at once.
+        QCOMPARE(page.ReadyState(), 4);
+        QVERIFY(page.Document()->all().empty());
+    }
+
+    void redirectToALocalFileIsNotFollowed() {
+        QTemporaryDir dir;
+        QVERIFY(dir.isValid());
+        const QString path = dir.filePath(QStringLiteral("secret.htm"));
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write("<html><body><a href=\"http://leak.example.test/\">secret</a></body></html>");
+        file.close();
+        const QByteArray location = QUrl::fromLocalFile(path).toEncoded();
+        LocalHttpServer server([&location](const LocalHttpRequest&, QTcpSocket* socket) {
+            socket->write(LocalHttpServer::Redirect(location));
+        });
+        HttpPageSource source;
+        BrowserPage page(&source);
+        page.Navigate(server.Url(QStringLiteral("/to-file")));
+        WaitAsTheRunDoes(page);
+        QVERIFY(page.Document()->links().empty());
+    }
+
+    void explicitProxyReceivesAbsoluteFormRequests() {
+        LocalHttpServer proxy([](const LocalHttpRequest&, QTcpSocket* socket) {
+            socket->write(LocalHttpServer::Response(200, ListingBody));
+        });
+        HttpPageSource::SetProxy(
+            QNetworkProxy(QNetworkProxy::HttpProxy, QStringLiteral("127.0.0.1"), proxy.Port()));
+        HttpPageSource source;
+        BrowserPage page(&source);
+        page.Navigate(QStringLiteral("http://listings.example.test/dir/list.htm"));
+        WaitAsTheRunDoes(page);
+        HttpPageSource::SetProxy(QNetworkProxy(QNetworkProxy::NoProxy));
+        QCOMPARE(proxy.Requests().size(), 1);
+        QCOMPARE(proxy.Requests().first().target, QByteArray("http://listings.example.test/dir/list.htm"));
+        QCOMPARE(LinkTargets(page).value(0), QStringLiteral("http://listings.example.test/dir/item1.htm"));
+    }
+
+    void stopAbandonsTheLoadAndThePageNavigatesAgain() {
+        LocalHttpServer server([](const LocalHttpRequest& request, QTcpSocket* socket) {
+            if (request.Path() != "/stall")
+                socket->write(LocalHttpServer::Response(200, ListingBody));
+        });
+        HttpPageSource source;
+        BrowserPage page(&source);
+        page.Navigate(server.Url(QStringLiteral("/stall")));
+        QTRY_COMPARE_WITH_TIMEOUT(server.Requests().size(), 1, 20000);
+        QCOMPARE(page.ReadyState(), 1);
+        page.Stop();
+        QCOMPARE(page.ReadyState(), 4);
+        QVERIFY(page.Document()->all().empty());
+
+        page.Navigate(server.Url(QStringLiteral("/list.htm")));
+        WaitAsTheRunDoes(page);
+        QCOMPARE(page.Document()->links().size(), size_t(2));
+        page.Quit();
+        QCOMPARE(page.ReadyState(), 0);
+        QVERIFY(!page.Document());
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_HttpPageSource)
+#include "tst_HttpPageSource.moc"
