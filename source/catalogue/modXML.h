@@ -33,8 +33,13 @@ void RemoveSiteCategories(const QString& siteLabel);
 // Drops the document; the file on disk stays as last saved.
 void ReleaseCategoryFile();
 
+// Writes the open document to CategoryFilePath now; false when none is open or the write failed.
+bool SaveCategoryFile();
+
 // Saves that reached the disk since the process started.
 std::int32_t CategoryFileSaveCount();
+// Time spent in saves since the process started, failed ones included, in nanoseconds.
+std::int64_t CategoryFileSaveNanoseconds();
 
 // The text as the file holds it: what ISO-8859-1 lacks becomes "?", and "]]>" is broken up so
 // that the text stays one CDATA section (see modXML.cpp).

@@ -7,7 +7,6 @@
 
 #include <QFile>
 #include <QStringDecoder>
-
 #include <limits>
 
 // ---- The keyword tally ----
@@ -26,7 +25,9 @@ QString decodeExclusions(const QByteArray& bytes) {
     return text;
 }
 
-bool stopRequested() { return HarvestState.StopRequested == FlagTrue; }
+bool stopRequested() {
+    return HarvestState.StopRequested == FlagTrue;
+}
 
 } // namespace
 
@@ -54,7 +55,9 @@ void LoadExclusions() {
     }
 }
 
-void ResetKeywordTable() { HarvestState.KeywordTable.Reset(); }
+void ResetKeywordTable() {
+    HarvestState.KeywordTable.Reset();
+}
 
 bool IsKeywordSeen(const QString& upperWord) {
     if (HarvestState.SeenKeywords.isEmpty())
@@ -82,12 +85,14 @@ void raiseCount(qsizetype column) {
     // A count goes through a 32-bit integer; it cannot get near its end in one search, but a
     // wrap would show a negative count, so it stops at the top instead.
     const qint64 count = table.Count(column).toLongLong() + 1;
-    table.SetCount(column, QString::number(std::min<qint64>(count, std::numeric_limits<std::int32_t>::max())));
+    table.SetCount(column,
+                   QString::number(std::min<qint64>(count, std::numeric_limits<std::int32_t>::max())));
 }
 
 void addKeyword(const QString& word, const QString& upperWord) {
     ++HarvestState.KeywordsFound;
-    Hooks().SetMainTotalCaption(QStringLiteral("Keywords Found: ") + QString::number(HarvestState.KeywordsFound));
+    Hooks().SetMainTotalCaption(QStringLiteral("Keywords Found: ") +
+                                QString::number(HarvestState.KeywordsFound));
     HarvestState.KeywordTable.Add(word, upperWord);
     HarvestState.SeenKeywords.append(word);
     HarvestState.SeenIndex.Append(upperWord);
@@ -192,7 +197,8 @@ void ScanListingPage(const QString& url) {
             HarvestState.ScanHalted = FlagTrue;
             break;
         }
-        if (HarvestState.MaxAuctions != NoAuctionLimit && HarvestState.AuctionsScanned >= HarvestState.MaxAuctions) {
+        if (HarvestState.MaxAuctions != NoAuctionLimit &&
+            HarvestState.AuctionsScanned >= HarvestState.MaxAuctions) {
             HarvestState.ScanHalted = FlagTrue;
             break;
         }
@@ -243,7 +249,9 @@ bool yieldAndContinue() {
     return !stopRequested();
 }
 
-bool runMustEnd() { return stopRequested() || HarvestState.ScanHalted == FlagTrue; }
+bool runMustEnd() {
+    return stopRequested() || HarvestState.ScanHalted == FlagTrue;
+}
 
 } // namespace
 

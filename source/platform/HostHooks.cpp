@@ -2,7 +2,6 @@
 
 #include <QCoreApplication>
 #include <QEventLoop>
-
 #include <cstdio>
 
 namespace {
@@ -27,6 +26,7 @@ HostHooks makeDefaults() {
     h.MaxAuctionsIndex = [] { return 2; };
     h.SetMaxAuctionsIndex = [](int) {};
     h.CategoryTreeRefilled = [] {};
+    h.SetStopCaption = [](const QString&) {};
     return h;
 }
 
@@ -42,7 +42,9 @@ HostHooks& Hooks() {
     return hooks;
 }
 
-void ResetHooks() { Hooks() = makeDefaults(); }
+void ResetHooks() {
+    Hooks() = makeDefaults();
+}
 
 QString ProgramFolder() {
     const QString& folder = programFolderOverride();
@@ -51,4 +53,6 @@ QString ProgramFolder() {
     return QCoreApplication::applicationDirPath();
 }
 
-void SetProgramFolder(const QString& folder) { programFolderOverride() = folder; }
+void SetProgramFolder(const QString& folder) {
+    programFolderOverride() = folder;
+}

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QString>
-
 #include <functional>
 
 // What the core needs of whoever hosts it: the main window, the command-line tool or a test.
@@ -33,6 +32,8 @@ struct HostHooks {
     std::function<void(int index)> SetMaxAuctionsIndex;
     // The category tree has been rebuilt (CurrentCategoryTree() holds the new one).
     std::function<void()> CategoryTreeRefilled;
+    // The caption of cmdStopSearch: "Stop Search" or "Stop Refresh".
+    std::function<void(const QString&)> SetStopCaption;
 };
 
 // The hooks of this process. ResetHooks() installs the defaults: a plain event-loop yield and

@@ -1,13 +1,14 @@
 #include "VbNumeric.h"
 
 #include <QString>
-
 #include <cmath>
 #include <limits>
 
 namespace {
 
-bool isBlank(QChar c) { return c == u' ' || c == u'\t'; }
+bool isBlank(QChar c) {
+    return c == u' ' || c == u'\t';
+}
 
 int digitValue(QChar c) {
     const char16_t u = c.unicode();
@@ -179,7 +180,9 @@ std::optional<double> ParseVbNumber(QStringView text, const QLocale& locale) {
     return value;
 }
 
-bool IsNumeric(QStringView text, const QLocale& locale) { return ParseVbNumber(text, locale).has_value(); }
+bool IsNumeric(QStringView text, const QLocale& locale) {
+    return ParseVbNumber(text, locale).has_value();
+}
 
 Int16Conversion ToInt16(QStringView text, const QLocale& locale) {
     const std::optional<double> value = ParseVbNumber(text, locale);
@@ -187,7 +190,8 @@ Int16Conversion ToInt16(QStringView text, const QLocale& locale) {
         return {ConversionStatus::TypeMismatch, 0};
     // nearbyint rounds a half to the even neighbour in the default rounding mode.
     const double rounded = std::nearbyint(*value);
-    if (rounded < std::numeric_limits<std::int16_t>::min() || rounded > std::numeric_limits<std::int16_t>::max())
+    if (rounded < std::numeric_limits<std::int16_t>::min() ||
+        rounded > std::numeric_limits<std::int16_t>::max())
         return {ConversionStatus::Overflow, 0};
     return {ConversionStatus::Ok, std::int16_t(rounded)};
 }

@@ -2,7 +2,6 @@
 
 #include <QLocale>
 #include <QStringView>
-
 #include <cstdint>
 #include <optional>
 

@@ -70,7 +70,8 @@ void tst_KeywordTally::startSearch(const QByteArray& exclusions) {
 void tst_KeywordTally::cuttingAndDropping_data() {
     QTest::addColumn<QString>("title");
     QTest::addColumn<QStringList>("expected");
-    QTest::newRow("numbers and one letter") << "NEW Mint &amp; Boxed 2005 x" << QStringList{"NEW=1", "Mint=1", "Boxed=1"};
+    QTest::newRow("numbers and one letter")
+        << "NEW Mint &amp; Boxed 2005 x" << QStringList{"NEW=1", "Mint=1", "Boxed=1"};
     QTest::newRow("double blank") << "Gold  Ring" << QStringList{"Gold=1", "Ring=1"};
     QTest::newRow("leading and trailing blank") << " Gold " << QStringList{"Gold=1"};
     QTest::newRow("two letters stay") << "a ab" << QStringList{"ab=1"};

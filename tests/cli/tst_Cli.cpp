@@ -1,0 +1,198 @@
+#include "HostHooks.h"
+#include "SiteSim.h"
+#include "modMain.h"
+#include "modXML.h"
+
+#include <QDir>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTest>
+#include <csignal>
+
+namespace {
+
+struct Run {
+    int exitCode = -1;
+    QStringList out;
+    QString err;
+};
+
+Run runCli(const QStringList& arguments) {
+    QProcess process;
+    process.start(QStringLiteral(MARQUILL_CLI), arguments);
+    Run run;
+    if (!process.waitForFinished(120000))
+        return run;
+    run.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+    run.out = QString::fromUtf8(process.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts);
+    run.err = QString::fromUtf8(process.readAllStandardError());
+    return run;
+}
+
+// Writes the sample site's catalogue of one site into the category file of the folder.
+void writeCatalogue(const QString& folder, const QString& site, const QStringList& lines) {
+    Hooks().SiteLabel = [site] { return site; };
+    const QString path = folder + QStringLiteral("/aeurl.xml");
+    CategoryStore.CategoryFilePath = path;
+    QVERIFY(OpenCategoryFile(path, QStringLiteral("Categories")));
+    for (const QString& line : lines) {
+        const QStringList fields = line.split(u'\t');
+        const qsizetype depth = fields[0].count(u'~');
+        if (depth == 1)
+            AddMainCategory(fields[0].section(u'~', 1), fields[1]);
+        else if (depth == 2)
+            AddSubCategory(fields[0].section(u'~', 2), fields[1]);
+    }
+    ReleaseCategoryFile();
+}
+
+// The printed list: word,count lines, highest count first, lower case.
+void verifyList(const QStringList& lines) {
+    QVERIFY(!lines.isEmpty());
+    qint64 previous = std::numeric_limits<qint64>::max();
+    for (const QString& line : lines) {
+        const qsizetype comma = line.lastIndexOf(u',');
+        QVERIFY2(comma > 0, qPrintable(line));
+        const QString word = line.left(comma);
+        QCOMPARE(word, word.toLower());
+        bool ok = false;
+        const qint64 count = line.mid(comma + 1).toLongLong(&ok);
+        QVERIFY(ok && count > 0);
+        QVERIFY2(count <= previous, qPrintable(line));
+        previous = count;
+    }
+}
+
+} // namespace
+
+class tst_Cli : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase();
+    void treePrintsTheCatalogueInOrder();
+    void searchEachScope();
+    void exitStatuses();
+    void interruptEndsTheSearchAndPrintsTheList();
+
+private:
+    QStringList common() const;
+    std::unique_ptr<SiteSim> m_site;
+    QTemporaryDir m_dir;
+    QStringList m_catalogue;
+};
+
+void tst_Cli::initTestCase() {
+    m_site = std::make_unique<SiteSim>(QStringList{QStringLiteral("--latency"), QStringLiteral("5")});
+    QVERIFY(m_site->isRunning());
+    m_catalogue = m_site->catalogue(USSiteLabel);
+    writeCatalogue(m_dir.path(), USSiteLabel, m_catalogue);
+}
+
+QStringList tst_Cli::common() const {
+    return {QStringLiteral("--site"),  USSiteLabel,
+            QStringLiteral("--data"),  m_dir.path(),
+            QStringLiteral("--proxy"), m_site->proxyUrl().toString()};
+}
+
+void tst_Cli::treePrintsTheCatalogueInOrder() {
+    const Run run = runCli({QStringLiteral("tree"), QStringLiteral("--site"), USSiteLabel,
+                            QStringLiteral("--data"), m_dir.path()});
+    QCOMPARE(run.exitCode, 0);
+    QCOMPARE(run.out, m_catalogue);
+    // The other site has no entries in this file: the root alone.
+    const Run uk = runCli({QStringLiteral("tree"), QStringLiteral("--site"), UKSiteLabel,
+                           QStringLiteral("--data"), m_dir.path()});
+    QCOMPARE(uk.out, QStringList{QStringLiteral("Select Category\tRoot")});
+}
+
+void tst_Cli::searchEachScope() {
+    const qsizetype before = m_site->requestLog().size();
+    Run sub = runCli(QStringList{QStringLiteral("search"), QStringLiteral("--node"),
+                                 QStringLiteral("Select Category~Antiques~Antiquities")} +
+                     common());
+    QCOMPARE(sub.exitCode, 0);
+    verifyList(sub.out);
+    QVERIFY(sub.err.contains(QStringLiteral("Main: Antiques")));
+    QVERIFY(sub.err.contains(QStringLiteral("Sub: Antiquities")));
+    QStringList log = m_site->requestLog().mid(before);
+    QCOMPARE(log.first(), QStringLiteral("http://www.ebay.com/")); // the probe comes first
+    QVERIFY(log.size() >= 2);
+
+    const qsizetype beforeMain = m_site->requestLog().size();
+    Run main = runCli(QStringList{QStringLiteral("search"), QStringLiteral("--node"),
+                                  QStringLiteral("Select Category~Art"), QStringLiteral("--auctions"),
+                                  QStringLiteral("60")} +
+                      common());
+    QCOMPARE(main.exitCode, 0);
+    verifyList(main.out);
+    QVERIFY(main.err.contains(QStringLiteral("Sub: All Sub Categories")));
+    QCOMPARE(m_site->requestLog().mid(beforeMain).size(), 1 + 2); // probe, then two pages for 60 auctions
+
+    Run root = runCli(QStringList{QStringLiteral("search"), QStringLiteral("--node"),
+                                  QStringLiteral("Select Category"), QStringLiteral("--auctions"),
+                                  QStringLiteral("30")} +
+                      common());
+    QCOMPARE(root.exitCode, 0);
+    verifyList(root.out);
+    QVERIFY(root.err.contains(QStringLiteral("Main: All Categories")));
+}
+
+void tst_Cli::exitStatuses() {
+    Run unknown = runCli(QStringList{QStringLiteral("search"), QStringLiteral("--node"),
+                                     QStringLiteral("Select Category~Nowhere")} +
+                         common());
+    QCOMPARE(unknown.exitCode, 2);
+    QVERIFY(unknown.err.contains(QStringLiteral("Select Category~Nowhere")));
+    QCOMPARE(runCli({QStringLiteral("search"), QStringLiteral("--site"), QStringLiteral("ebay.de"),
+                     QStringLiteral("--node"), QStringLiteral("Select Category")})
+                 .exitCode,
+             2);
+    QCOMPARE(runCli(QStringList{QStringLiteral("search"), QStringLiteral("--node"),
+                                QStringLiteral("Select Category"), QStringLiteral("--auctions"),
+                                QStringLiteral("0")} +
+                    common())
+                 .exitCode,
+             2);
+    QCOMPARE(runCli({QStringLiteral("bogus")}).exitCode, 2);
+    QCOMPARE(runCli({QStringLiteral("search"), QStringLiteral("--help")}).exitCode, 0);
+
+    SiteSim offline({QStringLiteral("--probe"), QStringLiteral("empty")});
+    QVERIFY(offline.isRunning());
+    Run down =
+        runCli({QStringLiteral("search"), QStringLiteral("--site"), USSiteLabel, QStringLiteral("--data"),
+                m_dir.path(), QStringLiteral("--proxy"), offline.proxyUrl().toString(),
+                QStringLiteral("--node"), QStringLiteral("Select Category")});
+    QCOMPARE(down.exitCode, 3);
+    QVERIFY(down.err.contains(QStringLiteral("You appear not to be online..")));
+    QCOMPARE(offline.requestLog(), QStringList{QStringLiteral("http://www.ebay.com/")});
+
+    // A folder where the category file should be: it cannot be opened.
+    QTemporaryDir blocked;
+    QVERIFY(QDir(blocked.path()).mkdir(QStringLiteral("aeurl.xml")));
+    Run cannot = runCli({QStringLiteral("tree"), QStringLiteral("--site"), USSiteLabel,
+                         QStringLiteral("--data"), blocked.path()});
+    QCOMPARE(cannot.exitCode, 4);
+    QVERIFY(cannot.err.contains(QStringLiteral("Cannot open")));
+}
+
+void tst_Cli::interruptEndsTheSearchAndPrintsTheList() {
+    QProcess process;
+    process.start(QStringLiteral(MARQUILL_CLI),
+                  QStringList{QStringLiteral("search"), QStringLiteral("--node"),
+                              QStringLiteral("Select Category"), QStringLiteral("--auctions"),
+                              QStringLiteral("none")} +
+                      common());
+    QVERIFY(process.waitForStarted());
+    QByteArray err;
+    QTRY_VERIFY_WITH_TIMEOUT((err += process.readAllStandardError()).contains("Keywords Found: 1"), 30000);
+    ::kill(pid_t(process.processId()), SIGINT);
+    QVERIFY(process.waitForFinished(30000));
+    QCOMPARE(process.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(process.exitCode(), 0);
+    const QStringList lines =
+        QString::fromUtf8(process.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts);
+    verifyList(lines);
+}
+
+QTEST_GUILESS_MAIN(tst_Cli)
+#include "tst_Cli.moc"

@@ -1,0 +1,138 @@
+// The main window against the sample site: a real search over HTTP through the proxy.
+#include "SiteSim.h"
+#include "catalogue/CategoryCatalogue.h"
+#include "catalogue/CategoryTree.h"
+#include "harvest/HttpPageSource.h"
+#include "harvest/modMain.h"
+#include "platform/HostHooks.h"
+#include "platform/MessageBox.h"
+#include "platform/ScreenPointer.h"
+#include "shell/frmMain.h"
+
+#if __has_include("results/frmSummary.h")
+#include "results/frmSummary.h"
+
+#include <QTreeWidget>
+#define MARQUILL_HAVE_SUMMARY 1
+#endif
+
+#include <QAbstractButton>
+#include <QFile>
+#include <QLabel>
+#include <QNetworkProxy>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTreeWidget>
+
+namespace {
+
+QString Cdata(const QString& text) {
+    return QStringLiteral("<![CDATA[") + text + QStringLiteral("]]>");
+}
+
+// The category file for the site's tree as the sample site prints it ("FullPath<TAB>URL").
+QByteArray CategoryFileOf(const QString& site, const QStringList& lines) {
+    QString xml = QStringLiteral("<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\n<Categories>\n");
+    bool open = false;
+    for (const QString& line : lines) {
+        const QStringList fields = line.split(QLatin1Char('\t'));
+        const QStringList path = fields.value(0).split(QLatin1Char('~'));
+        if (path.size() == 2) {
+            if (open)
+                xml += QStringLiteral("</") + site + QStringLiteral(">\n");
+            xml += QStringLiteral("<") + site + QStringLiteral("><MainItem>") + Cdata(path[1]) +
+                   QStringLiteral("</MainItem><MainURL>") + Cdata(fields.value(1)) +
+                   QStringLiteral("</MainURL>\n");
+            open = true;
+        } else if (path.size() == 3 && open) {
+            xml += QStringLiteral("<SubItem>") + Cdata(path[2]) + QStringLiteral("<SubURL>") +
+                   Cdata(fields.value(1)) + QStringLiteral("</SubURL></SubItem>\n");
+        }
+    }
+    if (open)
+        xml += QStringLiteral("</") + site + QStringLiteral(">\n");
+    xml += QStringLiteral("</Categories>\n");
+    return xml.toLatin1();
+}
+
+} // namespace
+
+class tst_frmMainSite : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void searchOnASubCategoryEndsInTheSummary() {
+        SiteSim site;
+        QVERIFY(site.isRunning());
+        const QStringList lines = site.catalogue(USSiteLabel);
+        QVERIFY(lines.size() > 3);
+        QTemporaryDir folder;
+        QFile file(folder.filePath(QStringLiteral("aeurl.xml")));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(CategoryFileOf(USSiteLabel, lines));
+        file.close();
+        QFile exclusions(folder.filePath(QStringLiteral("exclude.dat")));
+        QVERIFY(exclusions.open(QIODevice::WriteOnly));
+        exclusions.close();
+        SetProgramFolder(folder.path());
+        HttpPageSource::SetProxy(
+            QNetworkProxy(QNetworkProxy::HttpProxy, QStringLiteral("127.0.0.1"), site.port()));
+        MessageBox::Reset();
+        MessageBox::SetAnswersSupplied(true);
+
+        int rows = -1;
+        QString shownPath;
+        frmMain::SetShowSummary([&](QWidget* owner) {
+            shownPath = HarvestState.SelectedPath;
+#ifdef MARQUILL_HAVE_SUMMARY
+            // The real summary, loaded over the window; its load is what fills the list.
+            frmSummary summary(owner);
+            rows = summary.findChild<QTreeWidget*>(QStringLiteral("lvwResults"))->topLevelItemCount();
+#else
+            Q_UNUSED(owner);
+            rows = int(HarvestState.KeywordTable.LastEntry());
+            ScreenPointer::Set(ScreenPointer::Default);
+#endif
+        });
+
+        {
+            frmMain window;
+            window.show();
+            QVERIFY(QTest::qWaitForWindowExposed(&window));
+            // The first sub-category of the first main category.
+            const QStringList sub = lines[2].split(QLatin1Char('\t'));
+            const CategoryNode* node = CurrentCategoryTree()->FindByPath(sub[0]);
+            QVERIFY2(node, qPrintable(sub[0]));
+            QCOMPARE(node->Key(), sub[1]);
+            auto* tree = window.findChild<QTreeWidget*>(QStringLiteral("treCategories"));
+            tree->setCurrentItem(window.ItemOfNode(node));
+            window.findChild<QAbstractButton*>(QStringLiteral("cmdGetKeywords"))->click();
+
+            QVERIFY(MessageBox::ShownBoxes().isEmpty());
+            QCOMPARE(shownPath, sub[0]);
+            QVERIFY(HarvestState.AuctionsScanned > 0);
+            QVERIFY(HarvestState.KeywordsFound > 0);
+            QVERIFY(rows > 0);
+            QVERIFY(window.findChild<QLabel*>(QStringLiteral("lblMainTotal"))
+                        ->text()
+                        .startsWith(QStringLiteral("Keywords Found")));
+            QCOMPARE(ScreenPointer::Current(), 0);
+            const QStringList log = site.requestLog();
+            QCOMPARE(log.value(0), ProbeUrl);
+            // The listing pages asked for are the node's category.
+            const QRegularExpression category(QStringLiteral("QQsacatZ\\d+"));
+            const QString id = category.match(sub[1]).captured(0);
+            QVERIFY(!id.isEmpty());
+            QVERIFY(log.size() > 1);
+            for (const QString& url : log.mid(1))
+                QVERIFY2(url.contains(id), qPrintable(url));
+            QVERIFY(window.findChild<QAbstractButton*>(QStringLiteral("cmdGetKeywords"))->isEnabled());
+        }
+        HttpPageSource::SetProxy(QNetworkProxy(QNetworkProxy::NoProxy));
+        frmMain::ResetSeams();
+    }
+};
+
+QTEST_MAIN(tst_frmMainSite)
+#include "tst_frmMainSite.moc"

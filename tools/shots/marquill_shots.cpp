@@ -1,0 +1,94 @@
+// Renders the main window in each of its states to PNG files, for looking at the layout.
+//   marquill-shots OUTDIR [--data DIR] [--proxy HOST:PORT] [--node FULLPATH]
+// With a proxy (the sample site) the search is a real one over HTTP.
+#include "catalogue/CategoryCatalogue.h"
+#include "catalogue/CategoryTree.h"
+#if __has_include("harvest/HttpPageSource.h")
+#include "harvest/HttpPageSource.h"
+#define MARQUILL_HAVE_HTTP 1
+#endif
+#include "platform/HostHooks.h"
+#include "platform/MessageBox.h"
+#include "shell/frmMain.h"
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QCommandLineParser>
+#include <QDir>
+#include <QNetworkProxy>
+#include <QTreeWidget>
+#include <cstdio>
+
+namespace {
+
+void Save(QWidget* window, const QString& folder, const QString& name) {
+    const QString path = QDir(folder).filePath(name + QStringLiteral(".png"));
+    if (!window->grab().save(path))
+        std::fprintf(stderr, "cannot write %s\n", qUtf8Printable(path));
+    else
+        std::printf("%s\n", qUtf8Printable(path));
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    QApplication app(argc, argv);
+    QCommandLineParser parser;
+    parser.addPositionalArgument(QStringLiteral("outdir"), QStringLiteral("Folder for the pictures"));
+    parser.addOption({QStringLiteral("data"), QStringLiteral("Folder of the files beside the program"),
+                      QStringLiteral("dir")});
+    parser.addOption(
+        {QStringLiteral("proxy"), QStringLiteral("The sample site, host:port"), QStringLiteral("proxy")});
+    parser.addOption(
+        {QStringLiteral("node"), QStringLiteral("FullPath of the node to search"), QStringLiteral("path")});
+    parser.process(app);
+    if (parser.positionalArguments().size() != 1)
+        parser.showHelp(2);
+    const QString out = parser.positionalArguments().front();
+    QDir().mkpath(out);
+    if (parser.isSet(QStringLiteral("data")))
+        SetProgramFolder(parser.value(QStringLiteral("data")));
+    if (parser.isSet(QStringLiteral("proxy"))) {
+        const QStringList parts = parser.value(QStringLiteral("proxy")).split(QLatin1Char(':'));
+        const QNetworkProxy proxy(QNetworkProxy::HttpProxy, parts.value(0), quint16(parts.value(1).toUInt()));
+        QNetworkProxy::setApplicationProxy(proxy);
+#ifdef MARQUILL_HAVE_HTTP
+        HttpPageSource::SetProxy(proxy);
+#endif
+    }
+    MessageBox::SetAnswersSupplied(true);
+    // The summary is its own window; here the main window is the subject.
+    frmMain::SetShowSummary([](QWidget*) {});
+
+    frmMain window;
+    window.show();
+    QCoreApplication::processEvents();
+    Save(&window, out, QStringLiteral("main-idle"));
+
+    auto* tree = window.findChild<QTreeWidget*>(QStringLiteral("treCategories"));
+    auto* search = window.findChild<QAbstractButton*>(QStringLiteral("cmdGetKeywords"));
+    MessageBox::SetOnShow(
+        [&](const MessageBox::Shown&) { Save(&window, out, QStringLiteral("main-no-node")); });
+    search->click();
+    MessageBox::SetOnShow(nullptr);
+
+    const QString path = parser.value(QStringLiteral("node"));
+    const CategoryNode* node = CurrentCategoryTree() ? CurrentCategoryTree()->FindByPath(path) : nullptr;
+    if (!node && CurrentCategoryTree())
+        node = CurrentCategoryTree()->Root();
+    if (QTreeWidgetItem* item = node ? window.ItemOfNode(node) : nullptr) {
+        tree->scrollToItem(item);
+        tree->setCurrentItem(item);
+    }
+    const std::function<void()> plainYield = Hooks().Yield;
+    int yields = 0;
+    Hooks().Yield = [&] {
+        if (++yields == 50)
+            Save(&window, out, QStringLiteral("main-searching"));
+        plainYield();
+    };
+    search->click();
+    Hooks().Yield = plainYield;
+    Save(&window, out, QStringLiteral("main-after-search"));
+    return 0;
+}
