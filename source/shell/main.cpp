@@ -2,7 +2,6 @@
 #include "shell/frmWarning.h"
 
 #include <QApplication>
-
 #include <memory>
 
 int main(int argc, char* argv[]) {

@@ -4,6 +4,7 @@
 #include "results/frmSummary.h"
 #include "shell/NewSearch.h"
 #include "shell/frmHelp.h"
+#include "shell/frmMain.h"
 #include "shell/frmWarning.h"
 
 #include <QApplication>
@@ -151,6 +152,21 @@ private Q_SLOTS:
         QVERIFY2(seen.centreOffset.manhattanLength() < 40, "the help window opens centred on the summary");
         QCOMPARE(QApplication::activeModalWidget(), &summary);
         QVERIFY(summary.isVisible());
+    }
+
+    void helpOpensOverTheMainWindow() {
+        QVERIFY(QFile::copy(QStringLiteral(MARQUILL_DATA_DIR "/helpfile.htm"),
+                            m_folder.filePath(QStringLiteral("helpfile.htm"))));
+        frmMain window;
+        window.show();
+        SeenHelp seen;
+        CloseHelpWhenShown(seen);
+        QTest::mouseClick(window.findChild<QPushButton*>(QStringLiteral("cmdHelp")), Qt::LeftButton);
+        QVERIFY(seen.opened);
+        QCOMPARE(seen.owner, &window);
+        QVERIFY(seen.text.contains(QStringLiteral("Refreshing the categories")));
+        QCOMPARE(QApplication::activeModalWidget(), nullptr);
+        QFile::remove(m_folder.filePath(QStringLiteral("aeurl.xml")));
     }
 
     void helpWindowWithoutItsFileStillOpens() {
