@@ -8,13 +8,9 @@ tools/setup.sh
 bin="$PWD/build/bin"
 node="${1:-Select Category~Coins & Paper Money~Bullion}"
 
-log=$(mktemp)
-"$bin/marquill-sitesim" --port 0 >"$log" &
-site_pid=$!
-trap 'kill "$site_pid" 2>/dev/null || true; rm -f "$log"' EXIT
-for _ in $(seq 100); do grep -q "listening on" "$log" && break; sleep 0.1; done
-address=$(sed -n 's/^listening on //p' "$log")
-[ -n "$address" ] || { echo "demo: the sample site did not start" >&2; exit 1; }
+source tools/sitesim.sh
+start_sitesim "$bin"
+address="$SITESIM_ADDRESS"
 echo "demo: the sample site answers on $address" >&2
 
 if [ -n "${DISPLAY:-}" ] || [ -n "${WAYLAND_DISPLAY:-}" ]; then

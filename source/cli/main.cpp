@@ -84,7 +84,7 @@ bool applyCommonOptions(const QCommandLineParser& parser, QString& site) {
     const QString data = parser.isSet(QStringLiteral("data")) ? parser.value(QStringLiteral("data"))
                                                               : QCoreApplication::applicationDirPath();
     SetProgramFolder(QDir(data).absolutePath());
-    if (parser.isSet(QStringLiteral("proxy"))) {
+    if (parser.optionNames().contains(QStringLiteral("proxy"))) {
         const QUrl proxy(parser.value(QStringLiteral("proxy")));
         if (!proxy.isValid() || proxy.host().isEmpty() || proxy.port() <= 0) {
             err() << "marquill-cli: --proxy must be a URL such as http://127.0.0.1:8080\n";

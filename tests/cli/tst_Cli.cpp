@@ -4,6 +4,7 @@
 #include "modXML.h"
 
 #include <QDir>
+#include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
@@ -73,6 +74,8 @@ private Q_SLOTS:
     void searchEachScope();
     void exitStatuses();
     void interruptEndsTheSearchAndPrintsTheList();
+    void refreshFillsTheFileFromTheSite();
+    void killedRefreshLeavesAPrefixOfTheFinds();
 
 private:
     QStringList common() const;
@@ -192,6 +195,54 @@ void tst_Cli::interruptEndsTheSearchAndPrintsTheList() {
     const QStringList lines =
         QString::fromUtf8(process.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts);
     verifyList(lines);
+}
+
+void tst_Cli::refreshFillsTheFileFromTheSite() {
+    QTemporaryDir data;
+    writeCatalogue(data.path(), UKSiteLabel, m_site->catalogue(UKSiteLabel));
+    const Run run =
+        runCli({QStringLiteral("refresh"), QStringLiteral("--site"), USSiteLabel, QStringLiteral("--data"),
+                data.path(), QStringLiteral("--proxy"), m_site->proxyUrl().toString()});
+    QCOMPARE(run.exitCode, 0);
+    QVERIFY(run.err.contains(QStringLiteral("Total Found: 12 (")));
+    const QStringList args{QStringLiteral("--data"), data.path()};
+    QCOMPARE(runCli(QStringList{QStringLiteral("tree"), QStringLiteral("--site"), USSiteLabel} + args).out,
+             m_catalogue);
+    QCOMPARE(runCli(QStringList{QStringLiteral("tree"), QStringLiteral("--site"), UKSiteLabel} + args).out,
+             m_site->catalogue(UKSiteLabel));
+
+    // Nothing found (no server behind the proxy): the former entries stay, exit 5.
+    quint16 deadPort = 0;
+    {
+        SiteSim gone;
+        deadPort = gone.port();
+    }
+    const Run none =
+        runCli({QStringLiteral("refresh"), QStringLiteral("--site"), USSiteLabel, QStringLiteral("--data"),
+                data.path(), QStringLiteral("--proxy"), QStringLiteral("http://127.0.0.1:%1").arg(deadPort)});
+    QCOMPARE(none.exitCode, 5);
+    QVERIFY(none.err.contains(QStringLiteral("the former categories are kept")));
+    QCOMPARE(runCli(QStringList{QStringLiteral("tree"), QStringLiteral("--site"), USSiteLabel} + args).out,
+             m_catalogue);
+}
+
+void tst_Cli::killedRefreshLeavesAPrefixOfTheFinds() {
+    SiteSim slow({QStringLiteral("--latency"), QStringLiteral("30")});
+    QTemporaryDir data;
+    QProcess process;
+    process.start(QStringLiteral(MARQUILL_CLI),
+                  {QStringLiteral("refresh"), QStringLiteral("--site"), USSiteLabel, QStringLiteral("--data"),
+                   data.path(), QStringLiteral("--proxy"), slow.proxyUrl().toString()});
+    QByteArray err;
+    QTRY_VERIFY_WITH_TIMEOUT((err += process.readAllStandardError()).contains("Total Found: 3 ("), 60000);
+    process.kill();
+    QVERIFY(process.waitForFinished(10000));
+    const Run tree = runCli({QStringLiteral("tree"), QStringLiteral("--site"), USSiteLabel,
+                             QStringLiteral("--data"), data.path()});
+    QCOMPARE(tree.exitCode, 0);
+    QVERIFY(tree.out.size() > 3);
+    QCOMPARE(tree.out, m_catalogue.mid(0, tree.out.size()));
+    QVERIFY(!QFile::exists(data.filePath(QStringLiteral("aeurl.xml.unreadable"))));
 }
 
 QTEST_GUILESS_MAIN(tst_Cli)
