@@ -1,0 +1,40 @@
+#include "frmHelp.h"
+
+#include "platform/HostHooks.h"
+#include "ui_frmHelp.h"
+
+#include <QUrl>
+
+frmHelp::frmHelp(QWidget* owner) : QDialog(owner), m_ui(std::make_unique<Ui::frmHelp>()) {
+    m_ui->setupUi(this);
+    setWindowFlags(Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
+    setFixedSize(size());
+    if (owner)
+        setWindowIcon(owner->window()->windowIcon());
+    QPalette palette = this->palette();
+    palette.setColor(QPalette::Window, QColor(240, 240, 233));
+    setPalette(palette);
+    setAutoFillBackground(true);
+
+    QFont buttonFont;
+    buttonFont.setFamilies({QStringLiteral("MS Sans Serif"), QStringLiteral("DejaVu Sans")});
+    buttonFont.setPointSizeF(8.25);
+    m_ui->cmdClose->setFont(buttonFont);
+    const QColor buttonFace = QPalette().color(QPalette::Button);
+    m_ui->cmdClose->SetBackColor(buttonFace);
+    m_ui->cmdClose->SetBackColorOnMouse(buttonFace);
+
+    connect(m_ui->cmdClose, &QPushButton::clicked, this, &QDialog::accept);
+    m_ui->webHelp->setSource(QUrl::fromLocalFile(HelpFilePath()));
+}
+
+frmHelp::~frmHelp() = default;
+
+QString frmHelp::HelpFilePath() {
+    return ProgramFolder() + QStringLiteral("/helpfile.htm");
+}
+
+void ShowHelp(QWidget* owner) {
+    frmHelp help(owner);
+    help.exec();
+}
