@@ -11,19 +11,9 @@
 #include "platform/WorkAnimation.h"
 #include "ui_frmMain.h"
 
-// The commands of windows that other units provide are wired as those units arrive.
-#if __has_include("catalogue/modRetreiver.h")
 #include "catalogue/modRetreiver.h"
-#define MARQUILL_HAVE_REFRESH 1
-#endif
-#if __has_include("shell/frmHelp.h")
-#include "shell/frmHelp.h"
-#define MARQUILL_HAVE_HELP 1
-#endif
-#if __has_include("results/frmSummary.h")
 #include "results/frmSummary.h"
-#define MARQUILL_HAVE_SUMMARY 1
-#endif
+#include "shell/frmHelp.h"
 
 #include <QCloseEvent>
 #include <QCoreApplication>
@@ -42,14 +32,8 @@ const QColor WindowColour(240, 240, 233);
 const QColor HeaderBarColour(49, 106, 197);
 
 void ShowSummaryWindow(QWidget* owner) {
-#ifdef MARQUILL_HAVE_SUMMARY
     frmSummary summary(owner);
     summary.exec();
-#else
-    Q_UNUSED(owner);
-    // The summary's load is what puts the pointer back; without the window that is all there is.
-    ScreenPointer::Set(ScreenPointer::Default);
-#endif
 }
 
 // cmdExit ends the process at once with no clean-up, as the category file is always whole.
@@ -110,12 +94,8 @@ frmMain::frmMain(QWidget* parent) : QMainWindow(parent), m_ui(std::make_unique<U
     connect(m_ui->cmdGetKeywords, &QPushButton::clicked, this, &frmMain::cmdGetKeywords_Click);
     connect(m_ui->cmdStopSearch, &QPushButton::clicked, this, &frmMain::cmdStopSearch_Click);
     connect(m_ui->cmdExit, &QPushButton::clicked, this, &frmMain::cmdExit_Click);
-#ifdef MARQUILL_HAVE_HELP
     connect(m_ui->cmdHelp, &QPushButton::clicked, this, [this] { ShowHelp(this); });
-#endif
-#ifdef MARQUILL_HAVE_REFRESH
     connect(m_ui->cmdRefresh, &QPushButton::clicked, this, &frmMain::cmdRefresh_Click);
-#endif
     // The menu's Exit has nothing of its own to do: it is the Exit button by another road.
     connect(m_ui->mnuExit, &QAction::triggered, this, &frmMain::cmdExit_Click);
     connect(m_ui->cmdStopSearch, &ARButton::PointerEnter, this,
@@ -372,7 +352,6 @@ void frmMain::cmdStopSearch_Click() {
 }
 
 void frmMain::cmdRefresh_Click() {
-#ifdef MARQUILL_HAVE_REFRESH
     // Inside the crawl's yields no search, second refresh or change of site may start.
     m_ui->cboSite->setEnabled(false);
     m_ui->cmdGetKeywords->setEnabled(false);
@@ -385,7 +364,6 @@ void frmMain::cmdRefresh_Click() {
     m_ui->cmdRefresh->setEnabled(true);
     if (m_closeAfterRun)
         close();
-#endif
 }
 
 void frmMain::cmdExit_Click() {

@@ -10,12 +10,9 @@
 #include "platform/ScreenPointer.h"
 #include "shell/frmMain.h"
 
-#if __has_include("results/frmSummary.h")
 #include "results/frmSummary.h"
 
 #include <QTreeWidget>
-#define MARQUILL_HAVE_SUMMARY 1
-#endif
 
 #include <QAbstractButton>
 #include <QAction>
@@ -91,15 +88,9 @@ private Q_SLOTS:
         QString shownPath;
         frmMain::SetShowSummary([&](QWidget* owner) {
             shownPath = HarvestState.SelectedPath;
-#ifdef MARQUILL_HAVE_SUMMARY
             // The real summary, loaded over the window; its load is what fills the list.
             frmSummary summary(owner);
             rows = summary.findChild<QTreeWidget*>(QStringLiteral("lvwResults"))->topLevelItemCount();
-#else
-            Q_UNUSED(owner);
-            rows = int(HarvestState.KeywordTable.LastEntry());
-            ScreenPointer::Set(ScreenPointer::Default);
-#endif
         });
 
         {
