@@ -1,14 +1,12 @@
-// Renders the main window in each of its states to PNG files, for looking at the layout.
+// Renders the main window in each of its states, and the summary of its search, to PNG files, for looking at the layout.
 //   marquill-shots OUTDIR [--data DIR] [--proxy HOST:PORT] [--node FULLPATH]
 // With a proxy (the sample site) the search is a real one over HTTP.
 #include "catalogue/CategoryCatalogue.h"
 #include "catalogue/CategoryTree.h"
-#if __has_include("harvest/HttpPageSource.h")
 #include "harvest/HttpPageSource.h"
-#define MARQUILL_HAVE_HTTP 1
-#endif
 #include "platform/HostHooks.h"
 #include "platform/MessageBox.h"
+#include "results/frmSummary.h"
 #include "shell/frmMain.h"
 
 #include <QAbstractButton>
@@ -52,13 +50,16 @@ int main(int argc, char** argv) {
         const QStringList parts = parser.value(QStringLiteral("proxy")).split(QLatin1Char(':'));
         const QNetworkProxy proxy(QNetworkProxy::HttpProxy, parts.value(0), quint16(parts.value(1).toUInt()));
         QNetworkProxy::setApplicationProxy(proxy);
-#ifdef MARQUILL_HAVE_HTTP
         HttpPageSource::SetProxy(proxy);
-#endif
     }
     MessageBox::SetAnswersSupplied(true);
-    // The summary is its own window; here the main window is the subject.
-    frmMain::SetShowSummary([](QWidget*) {});
+    // The summary is pictured as it opens over the main window, then closed.
+    frmMain::SetShowSummary([&out](QWidget* owner) {
+        frmSummary summary(owner);
+        summary.show();
+        QCoreApplication::processEvents();
+        Save(&summary, out, QStringLiteral("summary"));
+    });
 
     frmMain window;
     window.show();
