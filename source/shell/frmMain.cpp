@@ -2,6 +2,7 @@
 
 #include "catalogue/CategoryCatalogue.h"
 #include "catalogue/CategoryTree.h"
+#include "catalogue/modRetreiver.h"
 #include "harvest/modParser.h"
 #include "platform/ARButton.h"
 #include "platform/HostHooks.h"
@@ -9,11 +10,9 @@
 #include "platform/MessageBox.h"
 #include "platform/ScreenPointer.h"
 #include "platform/WorkAnimation.h"
-#include "ui_frmMain.h"
-
-#include "catalogue/modRetreiver.h"
 #include "results/frmSummary.h"
 #include "shell/frmHelp.h"
+#include "ui_frmMain.h"
 
 #include <QCloseEvent>
 #include <QCoreApplication>

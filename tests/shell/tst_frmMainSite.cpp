@@ -8,11 +8,8 @@
 #include "platform/HostHooks.h"
 #include "platform/MessageBox.h"
 #include "platform/ScreenPointer.h"
-#include "shell/frmMain.h"
-
 #include "results/frmSummary.h"
-
-#include <QTreeWidget>
+#include "shell/frmMain.h"
 
 #include <QAbstractButton>
 #include <QAction>

@@ -1,4 +1,5 @@
-// Renders the main window in each of its states, and the summary of its search, to PNG files, for looking at the layout.
+// Renders the start-up and help windows, the main window in each of its states and the summary
+// of its search to PNG files, for looking at the layout.
 //   marquill-shots OUTDIR [--data DIR] [--proxy HOST:PORT] [--node FULLPATH]
 // With a proxy (the sample site) the search is a real one over HTTP.
 #include "catalogue/CategoryCatalogue.h"
@@ -7,7 +8,9 @@
 #include "platform/HostHooks.h"
 #include "platform/MessageBox.h"
 #include "results/frmSummary.h"
+#include "shell/frmHelp.h"
 #include "shell/frmMain.h"
+#include "shell/frmWarning.h"
 
 #include <QAbstractButton>
 #include <QApplication>
@@ -60,6 +63,17 @@ int main(int argc, char** argv) {
         QCoreApplication::processEvents();
         Save(&summary, out, QStringLiteral("summary"));
     });
+
+    {
+        frmWarning warning([] {});
+        warning.show();
+        QCoreApplication::processEvents();
+        Save(&warning, out, QStringLiteral("warning"));
+        frmHelp help(nullptr);
+        help.show();
+        QCoreApplication::processEvents();
+        Save(&help, out, QStringLiteral("help"));
+    }
 
     frmMain window;
     window.show();
