@@ -17,6 +17,7 @@
 #include <QFile>
 #include <QLabel>
 #include <QNetworkProxy>
+#include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
@@ -83,11 +84,15 @@ private Q_SLOTS:
 
         int rows = -1;
         QString shownPath;
+        QStringList shownLines;
         frmMain::SetShowSummary([&](QWidget* owner) {
             shownPath = HarvestState.SelectedPath;
             // The real summary, loaded over the window; its load is what fills the list.
             frmSummary summary(owner);
-            rows = summary.findChild<QTreeWidget*>(QStringLiteral("lvwResults"))->topLevelItemCount();
+            auto* list = summary.findChild<QTreeWidget*>(QStringLiteral("lvwResults"));
+            rows = list->topLevelItemCount();
+            for (int row = 0; row < rows; ++row)
+                shownLines << list->topLevelItem(row)->text(0) + u',' + list->topLevelItem(row)->text(1);
         });
 
         {
@@ -122,6 +127,18 @@ private Q_SLOTS:
             for (const QString& url : log.mid(1))
                 QVERIFY2(url.contains(id), qPrintable(url));
             QVERIFY(window.findChild<QAbstractButton*>(QStringLiteral("cmdGetKeywords"))->isEnabled());
+
+            // The command-line tool, run on the same node of the same site, prints the same rows
+            // in the same order.
+            QProcess cli;
+            cli.start(QStringLiteral(MARQUILL_CLI),
+                      {QStringLiteral("search"), QStringLiteral("--site"), USSiteLabel,
+                       QStringLiteral("--node"), sub[0], QStringLiteral("--data"), folder.path(),
+                       QStringLiteral("--proxy"), site.proxyUrl().toString()});
+            QVERIFY(cli.waitForFinished(60000));
+            QCOMPARE(cli.exitCode(), 0);
+            QCOMPARE(QString::fromUtf8(cli.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts),
+                     shownLines);
         }
         HttpPageSource::SetProxy(QNetworkProxy(QNetworkProxy::NoProxy));
         frmMain::ResetSeams();
