@@ -7,6 +7,7 @@
 #include "FilePageSource.h"
 #include "HostHooks.h"
 #include "HttpPageSource.h"
+#include "SiteSim.h"
 #include "modMain.h"
 #include "modParser.h"
 
@@ -46,54 +47,6 @@ double Median(std::vector<double> values) {
     std::sort(values.begin(), values.end());
     return values.empty() ? 0.0 : values[values.size() / 2];
 }
-
-// The sample site on a free loopback port, with a request log; stopped when the object goes.
-class Site final {
-public:
-    explicit Site(int latencyMs) {
-        if (!m_dir.isValid())
-            return;
-        m_process.setProgram(QStringLiteral(MARQUILL_SITESIM));
-        m_process.setArguments({QStringLiteral("--port"), QStringLiteral("0"), QStringLiteral("--latency"),
-                                QString::number(latencyMs), QStringLiteral("--log"), LogPath()});
-        m_process.start();
-        if (!m_process.waitForStarted())
-            return;
-        const QByteArray prefix = "listening on 127.0.0.1:";
-        QByteArray line;
-        // Bounded only so that a broken build ends the run instead of hanging it.
-        while (!line.endsWith('\n') && m_process.waitForReadyRead(30000))
-            line += m_process.readAllStandardOutput();
-        if (line.startsWith(prefix))
-            m_port = quint16(line.mid(prefix.size()).trimmed().toUInt());
-    }
-    ~Site() {
-        if (m_process.state() != QProcess::NotRunning) {
-            m_process.terminate();
-            if (!m_process.waitForFinished(10000))
-                m_process.kill();
-            m_process.waitForFinished();
-        }
-    }
-    Site(const Site&) = delete;
-    Site& operator=(const Site&) = delete;
-
-    bool IsRunning() const { return m_port != 0 && m_process.state() == QProcess::Running; }
-    quint16 Port() const { return m_port; }
-    QString ProxyUrl() const { return QStringLiteral("http://127.0.0.1:%1").arg(m_port); }
-    QString LogPath() const { return m_dir.filePath(QStringLiteral("requests.log")); }
-    QStringList Log() const {
-        QFile file(LogPath());
-        if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
-            return {};
-        return QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-    }
-
-private:
-    QTemporaryDir m_dir;
-    QProcess m_process;
-    quint16 m_port = 0;
-};
 
 QStringList Catalogue() {
     QProcess process;
@@ -153,9 +106,9 @@ struct Pass {
     int curlConnections = 0;
 };
 
-std::optional<Pass> RunPass(const Site& site, const Choice& choice, QStringList* harvestUrls) {
+std::optional<Pass> RunPass(const SiteSim& site, const Choice& choice, QStringList* harvestUrls) {
     HttpPageSource::SetProxy(
-        QNetworkProxy(QNetworkProxy::HttpProxy, QStringLiteral("127.0.0.1"), site.Port()));
+        QNetworkProxy(QNetworkProxy::HttpProxy, QStringLiteral("127.0.0.1"), site.port()));
 
     auto tree = std::make_shared<CategoryTree>();
     tree->SetPathSeparator(QStringLiteral("~"));
@@ -172,7 +125,7 @@ std::optional<Pass> RunPass(const Site& site, const Choice& choice, QStringList*
     Pass pass;
     YieldCount = 0;
     YieldNs = 0;
-    const qsizetype logStart = site.Log().size();
+    const qsizetype logStart = site.requestLog().size();
     const double cpuStart = CpuSeconds();
     QElapsedTimer wall;
     wall.start();
@@ -182,7 +135,7 @@ std::optional<Pass> RunPass(const Site& site, const Choice& choice, QStringList*
     pass.auctions = HarvestState.AuctionsScanned;
     pass.yields = YieldCount;
     pass.yieldSeconds = double(YieldNs) / 1e9;
-    const QStringList harvested = site.Log().mid(logStart);
+    const QStringList harvested = site.requestLog().mid(logStart);
     if (harvested.size() != BenchPages) {
         std::fprintf(stderr, "the harvest fetched %lld pages, not %d\n",
                      static_cast<long long>(harvested.size()), BenchPages);
@@ -190,8 +143,8 @@ std::optional<Pass> RunPass(const Site& site, const Choice& choice, QStringList*
     }
 
     // One curl process with every URL: one connection, kept alive, each response thrown away.
-    QStringList arguments{QStringLiteral("-sf"), QStringLiteral("-x"), site.ProxyUrl(), QStringLiteral("-w"),
-                          QStringLiteral("%{num_connects}\\n")};
+    QStringList arguments{QStringLiteral("-sf"), QStringLiteral("-x"), site.proxyUrl().toString(),
+                          QStringLiteral("-w"), QStringLiteral("%{num_connects}\\n")};
     for (const QString& url : harvested)
         arguments << QStringLiteral("-o") << QStringLiteral("/dev/null") << url;
     QProcess curl;
@@ -205,7 +158,7 @@ std::optional<Pass> RunPass(const Site& site, const Choice& choice, QStringList*
     pass.curlWall = double(wall.nsecsElapsed()) / 1e9;
     for (const QByteArray& line : curl.readAllStandardOutput().split('\n'))
         pass.curlConnections += line.toInt();
-    pass.sameUrls = site.Log().mid(logStart + harvested.size()) == harvested;
+    pass.sameUrls = site.requestLog().mid(logStart + harvested.size()) == harvested;
     if (harvestUrls)
         *harvestUrls = harvested;
     return pass;
@@ -221,11 +174,11 @@ struct Processing {
 
 // Parse, walk and tally over the stored pages, as the listing scan does them, page by page with one
 // table for the 40 pages; the best of a few rounds, so other users of the machine count least.
-std::optional<Processing> MeasureProcessing(const Site& site, const QStringList& urls) {
+std::optional<Processing> MeasureProcessing(const SiteSim& site, const QStringList& urls) {
     QTemporaryDir dir;
     if (!dir.isValid())
         return std::nullopt;
-    QStringList arguments{QStringLiteral("-sf"), QStringLiteral("-x"), site.ProxyUrl()};
+    QStringList arguments{QStringLiteral("-sf"), QStringLiteral("-x"), site.proxyUrl().toString()};
     for (int i = 0; i < urls.size(); ++i)
         arguments << QStringLiteral("-o") << dir.filePath(QStringLiteral("page%1.html").arg(i)) << urls[i];
     QProcess curl;
@@ -315,13 +268,13 @@ int main(int argc, char** argv) {
 
     std::optional<Choice> choice;
     {
-        Site probe(0);
-        if (!probe.IsRunning()) {
+        SiteSim probe;
+        if (!probe.isRunning()) {
             std::fprintf(stderr, "the sample site did not start\n");
             return 1;
         }
         HttpPageSource::SetProxy(
-            QNetworkProxy(QNetworkProxy::HttpProxy, QStringLiteral("127.0.0.1"), probe.Port()));
+            QNetworkProxy(QNetworkProxy::HttpProxy, QStringLiteral("127.0.0.1"), probe.port()));
         choice = ChooseSubCategory();
     }
     if (!choice) {
@@ -336,8 +289,8 @@ int main(int argc, char** argv) {
     std::optional<Processing> processing, largeProcessing;
     bool allMet = true;
     for (const int latency : {0, 50}) {
-        Site site(latency);
-        if (!site.IsRunning()) {
+        SiteSim site({QStringLiteral("--latency"), QString::number(latency)});
+        if (!site.isRunning()) {
             std::fprintf(stderr, "the sample site did not start\n");
             return 1;
         }
