@@ -13,6 +13,8 @@ void BrowserPage::Navigate(const QString& url) {
     m_load.reset();
     m_document.reset();
     m_url = url;
+    m_httpStatus = 0;
+    m_failure = PageFailure::None;
     m_navigated = true;
     m_ended = false;
     PageSource& source = m_source ? *m_source : DefaultPageSource();
@@ -34,10 +36,13 @@ HtmlDocument* BrowserPage::Document() {
         // Parsed here, on first use, so a page nobody reads costs no parse.
         if (m_load && m_load->IsFinished()) {
             const PageResponse response = m_load->TakeResponse();
+            m_httpStatus = response.httpStatus;
+            m_failure = response.failure;
             m_document = response.ok
                              ? ParseHtmlDocument(response.body, response.httpCharset, response.finalUrl)
                              : EmptyHtmlDocument();
         } else {
+            m_failure = PageFailure::Aborted;
             m_document = EmptyHtmlDocument();
         }
         m_load.reset();

@@ -1,10 +1,11 @@
 #pragma once
 
+#include "PageSource.h"
+
 #include <QString>
 #include <memory>
 #include <vector>
 
-class PageSource;
 class PageLoad;
 class HtmlDocument;
 
@@ -59,6 +60,10 @@ public:
     // Once ReadyState is 4 the loaded page, never null: a failed load gives a page without
     // elements. Null before that. Valid until the next Navigate or Quit.
     HtmlDocument* Document();
+    // How the last load ended, once Document() has been taken: the status of the answer and why
+    // it gave no page. A Stop or Quit before that reads as Aborted.
+    int HttpStatus() const { return m_httpStatus; }
+    PageFailure Failure() const { return m_failure; }
     // Abandons a load in progress: ReadyState turns 4 with a page without elements.
     void Stop();
     // Ends the browser: any load is abandoned and the document released.
@@ -69,6 +74,8 @@ private:
     std::unique_ptr<PageLoad> m_load;
     std::unique_ptr<HtmlDocument> m_document;
     QString m_url;
+    int m_httpStatus = 0;
+    PageFailure m_failure = PageFailure::None;
     bool m_ended = true;
     bool m_navigated = false;
 };

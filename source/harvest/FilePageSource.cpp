@@ -21,6 +21,8 @@ public:
             if (!path.isEmpty() && file.open(QIODevice::ReadOnly)) {
                 m_response.body = file.readAll();
                 m_response.ok = true;
+            } else {
+                m_response.failure = PageFailure::Network;
             }
             m_finished = true;
         });
@@ -30,6 +32,7 @@ public:
     void Abort() override {
         m_finished = true;
         m_response.ok = false;
+        m_response.failure = PageFailure::Aborted;
         m_response.body.clear();
     }
 

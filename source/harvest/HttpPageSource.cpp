@@ -26,7 +26,10 @@ QString CharsetOf(const QByteArray& contentType) {
 // A load that ended before it began: a refused scheme.
 class RefusedLoad final : public PageLoad {
 public:
-    explicit RefusedLoad(const QUrl& url) { m_response.finalUrl = url; }
+    explicit RefusedLoad(const QUrl& url) {
+        m_response.finalUrl = url;
+        m_response.failure = PageFailure::Refused;
+    }
     bool IsFinished() const override { return true; }
     PageResponse TakeResponse() override { return std::move(m_response); }
     void Abort() override {}
@@ -52,6 +55,7 @@ public:
         if (m_finished)
             return;
         m_response.ok = false;
+        m_response.failure = PageFailure::Aborted;
         m_finished = true;
         Release();
     }
@@ -82,18 +86,28 @@ private:
         // An HTTP error answer with its body is still a page, as a browser shows it; a broken
         // connection, a time-out or a redirect loop is not.
         const QNetworkReply::NetworkError error = m_reply->error();
-        const bool httpAnswer = m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).isValid();
+        const QVariant status = m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+        const bool httpAnswer = status.isValid();
+        m_response.httpStatus = status.toInt();
         m_response.ok =
             m_cut || error == QNetworkReply::NoError ||
             (httpAnswer &&
              ((error >= QNetworkReply::ContentAccessDenied && error <= QNetworkReply::UnknownContentError) ||
               (error >= QNetworkReply::InternalServerError && error <= QNetworkReply::UnknownServerError)));
+        if (m_response.httpStatus >= 400)
+            m_response.failure = PageFailure::HttpError;
+        else if (!m_response.ok)
+            m_response.failure =
+                (error == QNetworkReply::TimeoutError || error == QNetworkReply::OperationCanceledError)
+                    ? PageFailure::TimedOut
+                    : PageFailure::Network;
         // Whatever the network layer does with redirects, a body that came from elsewhere than the
         // web is never a page.
         const QString scheme = m_response.finalUrl.scheme().toLower();
         if (scheme != u"http" && scheme != u"https") {
             m_response.ok = false;
             m_response.body.clear();
+            m_response.failure = PageFailure::Refused;
         }
         Release();
     }

@@ -5,6 +5,22 @@
 #include <QUrl>
 #include <memory>
 
+// Why a load gave no page, or gave an error page; the reports of the command-line tool and the
+// refresh read it, the scans never do.
+enum class PageFailure {
+    None,
+    // The server answered with a status of 400 or more; its body is still the page.
+    HttpError,
+    // Silence or the whole load went on past its bound.
+    TimedOut,
+    // No answer: refused or reset connection, unknown host, broken transfer, redirect loop.
+    Network,
+    // A URL that is not http or https, or has no host: nothing was asked for.
+    Refused,
+    // The load was abandoned by a Stop or a Quit.
+    Aborted,
+};
+
 // The answer to one page load.
 struct PageResponse {
     QByteArray body;
@@ -14,6 +30,9 @@ struct PageResponse {
     QUrl finalUrl;
     // False after an error, a time-out or a refused URL; the body may still hold what came.
     bool ok = false;
+    // The HTTP status of the last answer, 0 when none came.
+    int httpStatus = 0;
+    PageFailure failure = PageFailure::None;
 };
 
 // One load in progress. Destroying it abandons the load.

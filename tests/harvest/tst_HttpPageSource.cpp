@@ -153,6 +153,7 @@ private Q_SLOTS:
         QVERIFY(page.Document());
         QVERIFY(page.Document()->all().empty());
         QVERIFY(!page.Document()->documentElement());
+        QCOMPARE(page.Failure(), PageFailure::TimedOut);
     }
 
     void connectionResetMidBodyGivesAnEmptyPage() {
@@ -168,6 +169,7 @@ private Q_SLOTS:
         WaitAsTheRunDoes(page);
         QVERIFY(page.Document()->links().empty());
         QVERIFY(page.Document()->all().empty());
+        QCOMPARE(page.Failure(), PageFailure::Network);
     }
 
     void serverErrorAnswerIsReadAsItsPage() {
@@ -181,6 +183,8 @@ private Q_SLOTS:
         page.Navigate(server.Url(QStringLiteral("/broken")));
         WaitAsTheRunDoes(page);
         QCOMPARE(LinkTargets(page), QStringList(server.Url(QStringLiteral("/home"))));
+        QCOMPARE(page.HttpStatus(), 500);
+        QCOMPARE(page.Failure(), PageFailure::HttpError);
     }
 
     void bodyOverTheCapIsCutThere() {
@@ -239,6 +243,7 @@ private Q_SLOTS:
         // Refused before any event: the page ends at once.
         QCOMPARE(page.ReadyState(), 4);
         QVERIFY(page.Document()->all().empty());
+        QCOMPARE(page.Failure(), PageFailure::Refused);
     }
 
     void redirectToALocalFileIsNotFollowed() {
@@ -289,10 +294,13 @@ private Q_SLOTS:
         page.Stop();
         QCOMPARE(page.ReadyState(), 4);
         QVERIFY(page.Document()->all().empty());
+        QCOMPARE(page.Failure(), PageFailure::Aborted);
 
         page.Navigate(server.Url(QStringLiteral("/list.htm")));
         WaitAsTheRunDoes(page);
         QCOMPARE(page.Document()->links().size(), size_t(2));
+        QCOMPARE(page.HttpStatus(), 200);
+        QCOMPARE(page.Failure(), PageFailure::None);
         page.Quit();
         QCOMPARE(page.ReadyState(), 0);
         QVERIFY(!page.Document());
