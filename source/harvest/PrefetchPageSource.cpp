@@ -1,0 +1,84 @@
+#include "PrefetchPageSource.h"
+
+#include "HttpPageSource.h"
+
+#include <QNetworkAccessManager>
+#include <algorithm>
+
+PrefetchPageSource::PrefetchPageSource(int inFlight, std::vector<std::unique_ptr<PageSource>> sources)
+    : m_inFlight(std::max(inFlight, 1)), m_sources(std::move(sources)) {
+    if (m_sources.empty())
+        m_sources.push_back(std::make_unique<HttpPageSource>());
+}
+
+std::unique_ptr<PrefetchPageSource> PrefetchPageSource::OverHttp(int inFlight) {
+    std::vector<std::unique_ptr<QNetworkAccessManager>> managers;
+    std::vector<std::unique_ptr<PageSource>> sources;
+    for (int i = 0; i < std::max(inFlight, 1); ++i) {
+        auto manager = std::make_unique<QNetworkAccessManager>();
+        manager->setProxy(HttpPageSource::Proxy());
+        manager->setRedirectPolicy(QNetworkRequest::NoLessSafeRedirectPolicy);
+        sources.push_back(std::make_unique<HttpPageSource>(manager.get()));
+        managers.push_back(std::move(manager));
+    }
+    auto source = std::make_unique<PrefetchPageSource>(inFlight, std::move(sources));
+    source->m_managers = std::move(managers);
+    return source;
+}
+
+PrefetchPageSource::~PrefetchPageSource() {
+    // The loads go before the sources and managers they run on.
+    m_ahead.clear();
+    m_sources.clear();
+}
+
+std::unique_ptr<PageLoad> PrefetchPageSource::StartNext(const QUrl& url) {
+    PageSource& source = *m_sources[m_nextSource];
+    m_nextSource = (m_nextSource + 1) % m_sources.size();
+    return source.Start(url);
+}
+
+void PrefetchPageSource::TopUp() {
+    // One place of the N is kept for the page the walk holds.
+    while (!m_upcoming.empty() && int(m_ahead.size()) < m_inFlight - 1) {
+        const QUrl url = m_upcoming.front();
+        m_upcoming.pop_front();
+        m_ahead.push_back({url, StartNext(url)});
+        ++m_unasked;
+    }
+}
+
+void PrefetchPageSource::SetUpcoming(const QStringList& urls) {
+    std::deque<QUrl> upcoming;
+    for (const QString& url : urls)
+        upcoming.emplace_back(url.trimmed());
+    std::size_t kept = 0;
+    while (kept < m_ahead.size() && !upcoming.empty() && m_ahead[kept].url == upcoming.front()) {
+        ++kept;
+        upcoming.pop_front();
+    }
+    m_ahead.erase(m_ahead.begin() + std::ptrdiff_t(kept), m_ahead.end());
+    m_upcoming = std::move(upcoming);
+    TopUp();
+}
+
+std::unique_ptr<PageLoad> PrefetchPageSource::Start(const QUrl& url) {
+    std::unique_ptr<PageLoad> load;
+    const auto ahead =
+        std::find_if(m_ahead.begin(), m_ahead.end(), [&](const Ahead& a) { return a.url == url; });
+    if (ahead != m_ahead.end()) {
+        load = std::move(ahead->load);
+        --m_unasked;
+        m_ahead.erase(m_ahead.begin(), ahead + 1);
+    } else {
+        const auto next = std::find(m_upcoming.begin(), m_upcoming.end(), url);
+        if (next != m_upcoming.end()) {
+            // The walk has gone past the loads ahead: they will never be asked for.
+            m_ahead.clear();
+            m_upcoming.erase(m_upcoming.begin(), next + 1);
+        }
+        load = StartNext(url);
+    }
+    TopUp();
+    return load;
+}

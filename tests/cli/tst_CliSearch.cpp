@@ -1,0 +1,184 @@
+#include "CliRun.h"
+#include "LocalHttpServer.h"
+
+#include <QRegularExpression>
+
+// What a search prints and reports: its formats, its limits, its numeric rules, its health and
+// its loads ahead.
+class tst_CliSearch : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase() { m_run.SetUp(); }
+    void formatsReadBackToTheSameWords();
+    void limitsMeanWhatTheySay();
+    void numericRulesWithoutALocale();
+    void healthReportOfABrokenRun();
+    void parallelLoadsGiveTheSequentialList();
+
+private:
+    QJsonObject healthOf(const QStringList& arguments, const SiteSim& site);
+    CliFixture m_run;
+};
+
+void tst_CliSearch::formatsReadBackToTheSameWords() {
+    // Words that hold a comma, quotes, a tab, a line break and a backslash.
+    const QByteArray page = "<html><body><a href=\"http://cgi.ebay.com/1\">Gold, coin \"rare\" ring</a>"
+                            "<a href=\"http://cgi.ebay.com/2\">tab\there line\nbreak back\\slash ring</a>";
+    LocalHttpServer server([&page](const LocalHttpRequest&, QTcpSocket* socket) {
+        socket->write(LocalHttpServer::Response(200, page)); // the probe's answer too
+    });
+    QTemporaryDir data;
+    writeCatalogue(data.path(), USSiteLabel,
+                   {QStringLiteral("Select Category~M\thttp://listings.ebay.com/M_W0QQsacatZ1"),
+                    QStringLiteral("Select Category~M~S\thttp://listings.ebay.com/S_W0QQsacatZ2")});
+    const QString report = data.filePath(QStringLiteral("report.json"));
+    const QString words = data.filePath(QStringLiteral("words.csv"));
+    const QStringList search{QStringLiteral("search"),
+                             QStringLiteral("--site"),
+                             USSiteLabel,
+                             QStringLiteral("--data"),
+                             data.path(),
+                             QStringLiteral("--proxy"),
+                             server.Origin(),
+                             QStringLiteral("--node"),
+                             QStringLiteral("Select Category~M~S"),
+                             QStringLiteral("--format")};
+    const Rows expected{{"ring", "2"},      {"gold,", "1"},       {"coin", "1"},       {"\"rare\"", "1"},
+                        {"tab\there", "1"}, {"line\nbreak", "1"}, {"back\\slash", "1"}};
+
+    const Run json = runCli(search + QStringList{QStringLiteral("json"), QStringLiteral("--report"), report});
+    QCOMPARE(json.exitCode, 0);
+    QCOMPARE(rowsOf(json.json()), expected);
+    QCOMPARE(json.json()[QStringLiteral("auctions_limit")].toInt(), 2000);
+    QCOMPARE(json.json()[QStringLiteral("node")].toString(), QStringLiteral("Select Category~M~S"));
+    QFile reportFile(report);
+    QVERIFY(reportFile.open(QIODevice::ReadOnly));
+    QCOMPARE(QJsonDocument::fromJson(reportFile.readAll())[QStringLiteral("auctions_counted")].toInt(), 2);
+
+    const Run csv = runCli(search + QStringList{QStringLiteral("csv"), QStringLiteral("--output"), words});
+    QCOMPARE(csv.exitCode, 0);
+    QVERIFY(csv.out.isEmpty());
+    QFile csvFile(words);
+    QVERIFY(csvFile.open(QIODevice::ReadOnly));
+    QCOMPARE(readCsv(QString::fromUtf8(csvFile.readAll())), expected);
+    QCOMPARE(readTsv(QString::fromUtf8(runCli(search + QStringList{QStringLiteral("tsv")}).out)), expected);
+}
+
+QJsonObject tst_CliSearch::healthOf(const QStringList& arguments, const SiteSim& site) {
+    const Run run = runCli(QStringList{QStringLiteral("search"), QStringLiteral("--format"),
+                                       QStringLiteral("json"), QStringLiteral("--node")} +
+                           arguments + m_run.Common(&site));
+    QJsonObject result = run.json();
+    result.insert(QStringLiteral("stderr"), run.err);
+    return result;
+}
+
+void tst_CliSearch::limitsMeanWhatTheySay() {
+    const auto limited = [this](const QString& limit) {
+        const QJsonObject result =
+            healthOf({AsianAntiques, QStringLiteral("--auctions"), limit}, *m_run.site);
+        return std::pair(result[QStringLiteral("auctions_limit")],
+                         result[QStringLiteral("health")].toObject());
+    };
+    const auto [one, oneHealth] = limited(QStringLiteral("1"));
+    QCOMPARE(one.toInt(), 1);
+    QCOMPARE(oneHealth[QStringLiteral("auctions_counted")].toInt(), 1);
+    QCOMPARE(oneHealth[QStringLiteral("ended_by")].toString(), QStringLiteral("limit"));
+    QCOMPARE(oneHealth[QStringLiteral("pages_requested")].toInt(), 2); // page 2 is still loaded
+    const auto [many, manyHealth] = limited(QStringLiteral("9999"));
+    QCOMPARE(many.toInt(), 9999);
+    QCOMPARE(manyHealth[QStringLiteral("ended_by")].toString(), QStringLiteral("end"));
+    QCOMPARE(manyHealth[QStringLiteral("pages_requested")].toInt(), 5);
+    QVERIFY(!manyHealth[QStringLiteral("mostly_empty")].toBool());
+    const auto [none, noneHealth] = limited(QStringLiteral("none"));
+    QVERIFY(none.isNull());
+    QCOMPARE(noneHealth[QStringLiteral("auctions_counted")], manyHealth[QStringLiteral("auctions_counted")]);
+}
+
+void tst_CliSearch::numericRulesWithoutALocale() {
+    const QStringList search =
+        QStringList{QStringLiteral("search"), QStringLiteral("--node"), AsianAntiques} + m_run.Common();
+    const Run c = runCli(search, QStringLiteral("C.UTF-8"));
+    QCOMPARE(c.exitCode, 0);
+    QCOMPARE(runCli(search, QStringLiteral("POSIX")).out, c.out);
+    QCOMPARE(runCli(search, QStringLiteral("en_US.UTF-8")).out, c.out);
+    // Under a locale whose currency is not the dollar, prices are words.
+    const Run gb = runCli(search + QStringList{QStringLiteral("--locale"), QStringLiteral("en_GB")},
+                          QStringLiteral("C.UTF-8"));
+    const QRegularExpression price(QStringLiteral("^\\$\\d+\\.\\d\\d,"), QRegularExpression::MultilineOption);
+    QVERIFY(!QString::fromUtf8(c.out).contains(price));
+    QVERIFY(QString::fromUtf8(gb.out).contains(price));
+}
+
+void tst_CliSearch::healthReportOfABrokenRun() {
+    // Of the five pages, 2 and 4 answer 500 and 3 is random bytes.
+    SiteSim faulty({QStringLiteral("--fault"), QStringLiteral("500=lopgZ2QQsacatZ11003"),
+                    QStringLiteral("--fault"), QStringLiteral("500=lopgZ4QQsacatZ11003"),
+                    QStringLiteral("--fault"), QStringLiteral("garbage=lopgZ3QQsacatZ11003")});
+    const QJsonObject broken = healthOf({AsianAntiques}, faulty);
+    const QJsonObject health = broken[QStringLiteral("health")].toObject();
+    QCOMPARE(health[QStringLiteral("pages_requested")].toInt(), 5);
+    QCOMPARE(health[QStringLiteral("pages_answered")].toInt(), 5);
+    QCOMPARE(health[QStringLiteral("http_errors")].toObject(), (QJsonObject{{QStringLiteral("500"), 2}}));
+    QCOMPARE(health[QStringLiteral("failed_pages")].toArray().size(), 2);
+    QCOMPARE(health[QStringLiteral("pages_without_auctions")].toInt(), 3);
+    QCOMPARE(health[QStringLiteral("ended_by")].toString(), QStringLiteral("end"));
+    const QString told = broken[QStringLiteral("stderr")].toString();
+    QVERIFY2(
+        told.contains(QStringLiteral("warning: 3 of 4 listing pages after the first held no auction link")),
+        qPrintable(told));
+    QVERIFY(told.contains(QStringLiteral("Asian-Antiques_W0QQlopgZ2QQsacatZ11003")));
+    QVERIFY(told.contains(QStringLiteral("Run: 5 pages requested, 5 answered, HTTP errors: 500 x2")));
+
+    // A changed layout: sub-categories whose pages hold no auction link, behind one that works.
+    QTemporaryDir data;
+    writeCatalogue(data.path(), USSiteLabel,
+                   {QStringLiteral("Select Category~Moved\thttp://listings.ebay.com/M_W0QQsacatZ1"),
+                    m_run.catalogue.filter(QStringLiteral("~Asian Antiques\t"))
+                        .value(0)
+                        .replace(QStringLiteral("~Antiques~"), QStringLiteral("~Moved~")),
+                    QStringLiteral("Select Category~Moved~A\thttp://listings.ebay.com/A_W0QQsacatZ999991"),
+                    QStringLiteral("Select Category~Moved~B\thttp://listings.ebay.com/B_W0QQsacatZ999992")});
+    const Run moved =
+        runCli({QStringLiteral("search"), QStringLiteral("--site"), USSiteLabel, QStringLiteral("--data"),
+                data.path(), QStringLiteral("--proxy"), faulty.proxyUrl().toString(),
+                QStringLiteral("--node"), QStringLiteral("Select Category~Moved")});
+    QCOMPARE(moved.exitCode, 0);
+    verifyList(moved.out);
+    QVERIFY2(moved.err.contains(QStringLiteral("2 of 2 listing pages after the first held no auction link")),
+             qPrintable(moved.err));
+    QVERIFY(moved.err.contains(QStringLiteral("page: http://listings.ebay.com/A_W0QQsacatZ999991")));
+}
+
+void tst_CliSearch::parallelLoadsGiveTheSequentialList() {
+    const QString maps = QStringLiteral("Select Category~Antiques~Maps, Atlases & Globes"); // 6 pages
+    for (const QString& limit : {QStringLiteral("none"), QStringLiteral("120")}) {
+        QStringList logs[2];
+        Run runs[2];
+        for (int i = 0; i < 2; ++i) {
+            const qsizetype before = m_run.site->requestLog().size();
+            runs[i] = runCli(QStringList{QStringLiteral("search"), QStringLiteral("--node"), maps,
+                                         QStringLiteral("--auctions"), limit, QStringLiteral("--format"),
+                                         QStringLiteral("json"), QStringLiteral("--parallel"),
+                                         QString::number(i == 0 ? 1 : 4)} +
+                             m_run.Common());
+            logs[i] = m_run.site->requestLog().mid(before);
+        }
+        QCOMPARE(runs[1].exitCode, 0);
+        QCOMPARE(rowsOf(runs[1].json()), rowsOf(runs[0].json()));
+        QVERIFY(!rowsOf(runs[0].json()).isEmpty());
+        // Pages loaded ahead and never walked, later pages of the category, are all that the site
+        // sees beyond the sequential run; the last ones may be abandoned before they reach it.
+        for (const QString& url : std::as_const(logs[0]))
+            QVERIFY2(logs[1].removeOne(url), qPrintable(url));
+        for (const QString& url : std::as_const(logs[1]))
+            QVERIFY2(url.contains(QStringLiteral("Maps-Atlases-Globes_W0QQlopgZ")), qPrintable(url));
+        const QJsonValue unused =
+            runs[1].json()[QStringLiteral("health")][QStringLiteral("pages_loaded_ahead_unused")];
+        QVERIFY(logs[1].size() <= unused.toInt());
+        QCOMPARE(unused.toInt(), limit == u"none" ? 0 : 3);
+    }
+}
+
+QTEST_GUILESS_MAIN(tst_CliSearch)
+#include "tst_CliSearch.moc"
