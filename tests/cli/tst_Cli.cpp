@@ -23,47 +23,40 @@ private:
 
 void tst_Cli::initTestCase() {
     m_run.SetUp();
-    m_slow = std::make_unique<SiteSim>(QStringList{QStringLiteral("--latency"), QStringLiteral("30")});
+    m_slow = std::make_unique<SiteSim>(QStringList{"--latency", "30"});
     QVERIFY(m_slow->isRunning());
 }
 
 void tst_Cli::treePrintsTheCatalogueInOrder() {
-    const Run run = runCli({QStringLiteral("tree"), QStringLiteral("--site"), USSiteLabel,
-                            QStringLiteral("--data"), m_run.dir.path()});
+    const Run run = runCli({"tree", "--site", USSiteLabel, "--data", m_run.dir.path()});
     QCOMPARE(run.exitCode, 0);
     QCOMPARE(run.lines(), m_run.catalogue);
     // The other site has no entries in this file: the root alone.
-    const Run uk = runCli({QStringLiteral("tree"), QStringLiteral("--site"), UKSiteLabel,
-                           QStringLiteral("--data"), m_run.dir.path()});
-    QCOMPARE(uk.lines(), QStringList{QStringLiteral("Select Category\tRoot")});
+    const Run uk = runCli({"tree", "--site", UKSiteLabel, "--data", m_run.dir.path()});
+    QCOMPARE(uk.lines(), QStringList{"Select Category\tRoot"});
 }
 
 void tst_Cli::searchEachScope() {
     const qsizetype before = m_run.site->requestLog().size();
-    Run sub = runCli(QStringList{QStringLiteral("search"), QStringLiteral("--node"), AsianAntiques} +
-                     m_run.Common());
+    Run sub = runCli(QStringList{"search", "--node", AsianAntiques} + m_run.Common());
     QCOMPARE(sub.exitCode, 0);
     verifyList(sub.out);
-    QVERIFY(sub.err.contains(QStringLiteral("Main: Antiques")));
-    QVERIFY(sub.err.contains(QStringLiteral("Sub: Asian Antiques")));
-    QVERIFY(!sub.err.contains(QStringLiteral("listing pages")));
+    QVERIFY(sub.err.contains("Main: Antiques"));
+    QVERIFY(sub.err.contains("Sub: Asian Antiques"));
+    QVERIFY(!sub.err.contains("listing pages"));
     QStringList log = m_run.site->requestLog().mid(before);
-    QCOMPARE(log.first(), QStringLiteral("http://www.ebay.com/")); // the probe comes first
+    QCOMPARE(log.first(), "http://www.ebay.com/"); // the probe comes first
     QVERIFY(log.size() >= 2);
 
     const qsizetype beforeMain = m_run.site->requestLog().size();
-    Run main = runCli(QStringList{QStringLiteral("search"), QStringLiteral("--node"),
-                                  QStringLiteral("Select Category~Art"), QStringLiteral("--auctions"),
-                                  QStringLiteral("60")} +
-                      m_run.Common());
+    Run main =
+        runCli(QStringList{"search", "--node", "Select Category~Art", "--auctions", "60"} + m_run.Common());
     QCOMPARE(main.exitCode, 0);
     verifyList(main.out);
-    QVERIFY(main.err.contains(QStringLiteral("Sub: All Sub Categories")));
+    QVERIFY(main.err.contains("Sub: All Sub Categories"));
     QCOMPARE(m_run.site->requestLog().mid(beforeMain).size(), 1 + 2); // probe, then two pages for 60 auctions
 
-    Run root = runCli(QStringList{QStringLiteral("search"), QStringLiteral("--node"),
-                                  QStringLiteral("Select Category"), QStringLiteral("--auctions"),
-                                  QStringLiteral("30"), QStringLiteral("--quiet")} +
+    Run root = runCli(QStringList{"search", "--node", "Select Category", "--auctions", "30", "--quiet"} +
                       m_run.Common());
     QCOMPARE(root.exitCode, 0);
     verifyList(root.out);
@@ -74,15 +67,12 @@ void tst_Cli::exitStatuses_data() {
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<int>("status");
     QTest::addColumn<QString>("told");
-    const QStringList search{QStringLiteral("search"), QStringLiteral("--node"),
-                             QStringLiteral("Select Category")};
+    const QStringList search{"search", "--node", "Select Category"};
     const auto with = [&search](std::initializer_list<QString> more) { return search + QStringList(more); };
-    QTest::newRow("unknown node") << QStringList{QStringLiteral("search"), QStringLiteral("--node"),
-                                                 QStringLiteral("Select Category~Nowhere")}
-                                  << 2 << "no node \"Select Category~Nowhere\"";
+    QTest::newRow("unknown node") << QStringList{"search", "--node", "Select Category~Nowhere"} << 2
+                                  << "no node \"Select Category~Nowhere\"";
     QTest::newRow("unknown site") << with({"--site", "ebay.de"}) << 2 << "--site must be";
-    QTest::newRow("missing node") << QStringList{QStringLiteral("search"), QStringLiteral("--quiet")} << 2
-                                  << "search: missing --node";
+    QTest::newRow("missing node") << QStringList{"search", "--quiet"} << 2 << "search: missing --node";
     QTest::newRow("no auctions") << with({"--auctions", "0"}) << 2 << "--auctions must be";
     QTest::newRow("auctions beyond 32 bits")
         << with({"--auctions", "2147483648"}) << 2 << "--auctions must be";
@@ -90,12 +80,11 @@ void tst_Cli::exitStatuses_data() {
     QTest::newRow("unknown locale") << with({"--locale", "xx_QQ"}) << 2 << "--locale must";
     QTest::newRow("no parallel load") << with({"--parallel", "0"}) << 2 << "--parallel must be";
     QTest::newRow("no --help-all") << with({"--help-all"}) << 2 << "help-all";
-    QTest::newRow("unknown command") << QStringList{QStringLiteral("bogus")} << 2
-                                     << "unknown command \"bogus\"";
-    QTest::newRow("command help") << QStringList{QStringLiteral("search"), QStringLiteral("--help")} << 0
+    QTest::newRow("unknown command") << QStringList{"bogus"} << 2 << "unknown command \"bogus\"";
+    QTest::newRow("command help") << QStringList{"search", "--help"} << 0
                                   << "Usage: marquill-cli search [options]";
-    QTest::newRow("program help") << QStringList{QStringLiteral("--help")} << 0 << "130  stopped by Ctrl-C";
-    QTest::newRow("version") << QStringList{QStringLiteral("--version")} << 0 << "marquill-cli 1.";
+    QTest::newRow("program help") << QStringList{"--help"} << 0 << "130  stopped by Ctrl-C";
+    QTest::newRow("version") << QStringList{"--version"} << 0 << "marquill-cli 1.";
     QTest::newRow("output cannot be written")
         << with({"--output", "/nonexistent/words.csv"}) << 7 << "cannot write /nonexistent/words.csv";
 }
@@ -112,31 +101,25 @@ void tst_Cli::exitStatuses() {
 }
 
 void tst_Cli::exitStatusesOfRuns() {
-    SiteSim offline({QStringLiteral("--probe"), QStringLiteral("empty")});
-    Run down = runCli(
-        QStringList{QStringLiteral("search"), QStringLiteral("--node"), QStringLiteral("Select Category")} +
-        m_run.Common(&offline));
+    SiteSim offline({"--probe", "empty"});
+    Run down = runCli(QStringList{"search", "--node", "Select Category"} + m_run.Common(&offline));
     QCOMPARE(down.exitCode, 3);
-    QVERIFY(down.err.contains(QStringLiteral("You appear not to be online..")));
-    QCOMPARE(offline.requestLog(), QStringList{QStringLiteral("http://www.ebay.com/")});
+    QVERIFY(down.err.contains("You appear not to be online.."));
+    QCOMPARE(offline.requestLog(), QStringList{"http://www.ebay.com/"});
 
     // A folder where the category file should be: it cannot be opened.
     QTemporaryDir blocked;
-    QVERIFY(QDir(blocked.path()).mkdir(QStringLiteral("aeurl.xml")));
-    Run cannot = runCli({QStringLiteral("tree"), QStringLiteral("--site"), USSiteLabel,
-                         QStringLiteral("--data"), blocked.path()});
+    QVERIFY(QDir(blocked.path()).mkdir("aeurl.xml"));
+    Run cannot = runCli({"tree", "--site", USSiteLabel, "--data", blocked.path()});
     QCOMPARE(cannot.exitCode, 4);
-    QVERIFY(cannot.err.contains(QStringLiteral("Cannot open")));
+    QVERIFY(cannot.err.contains("Cannot open"));
 
     // Ctrl-C stops a search, which still prints what it found, and a refresh.
     QTemporaryDir data;
-    const QStringList site{QStringLiteral("--site"), USSiteLabel, QStringLiteral("--proxy"),
-                           m_slow->proxyUrl().toString()};
-    for (const QStringList& command :
-         {QStringList{QStringLiteral("search"), QStringLiteral("--node"), QStringLiteral("Select Category"),
-                      QStringLiteral("--auctions"), QStringLiteral("none"), QStringLiteral("--data"),
-                      m_run.dir.path()},
-          QStringList{QStringLiteral("refresh"), QStringLiteral("--data"), data.path()}}) {
+    const QStringList site{"--site", USSiteLabel, "--proxy", m_slow->proxyUrl().toString()};
+    for (const QStringList& command : {QStringList{"search", "--node", "Select Category", "--auctions",
+                                                   "none", "--data", m_run.dir.path()},
+                                       QStringList{"refresh", "--data", data.path()}}) {
         QProcess process;
         const qsizetype before = m_slow->requestLog().size();
         process.start(QStringLiteral(MARQUILL_CLI), command + site);
@@ -153,18 +136,14 @@ void tst_Cli::exitStatusesOfRuns() {
 void tst_Cli::refreshFillsTheFileFromTheSite() {
     QTemporaryDir data;
     writeCatalogue(data.path(), UKSiteLabel, m_run.site->catalogue(UKSiteLabel));
-    const Run run =
-        runCli({QStringLiteral("refresh"), QStringLiteral("--site"), USSiteLabel, QStringLiteral("--data"),
-                data.path(), QStringLiteral("--proxy"), m_run.site->proxyUrl().toString()});
+    const Run run = runCli({"refresh", "--site", USSiteLabel, "--data", data.path(), "--proxy",
+                            m_run.site->proxyUrl().toString()});
     QCOMPARE(run.exitCode, 0);
-    QVERIFY(run.err.contains(QStringLiteral("Total Found: 12 (")));
-    const QStringList args{QStringLiteral("--data"), data.path()};
-    QCOMPARE(
-        runCli(QStringList{QStringLiteral("tree"), QStringLiteral("--site"), USSiteLabel} + args).lines(),
-        m_run.catalogue);
-    QCOMPARE(
-        runCli(QStringList{QStringLiteral("tree"), QStringLiteral("--site"), UKSiteLabel} + args).lines(),
-        m_run.site->catalogue(UKSiteLabel));
+    QVERIFY(run.err.contains("Total Found: 12 ("));
+    const QStringList args{"--data", data.path()};
+    QCOMPARE(runCli(QStringList{"tree", "--site", USSiteLabel} + args).lines(), m_run.catalogue);
+    QCOMPARE(runCli(QStringList{"tree", "--site", UKSiteLabel} + args).lines(),
+             m_run.site->catalogue(UKSiteLabel));
 
     // Nothing found (no server behind the proxy): the former entries stay, exit 5.
     quint16 deadPort = 0;
@@ -172,14 +151,11 @@ void tst_Cli::refreshFillsTheFileFromTheSite() {
         SiteSim gone;
         deadPort = gone.port();
     }
-    const Run none =
-        runCli({QStringLiteral("refresh"), QStringLiteral("--site"), USSiteLabel, QStringLiteral("--data"),
-                data.path(), QStringLiteral("--proxy"), QStringLiteral("http://127.0.0.1:%1").arg(deadPort)});
+    const Run none = runCli({"refresh", "--site", USSiteLabel, "--data", data.path(), "--proxy",
+                             QStringLiteral("http://127.0.0.1:%1").arg(deadPort)});
     QCOMPARE(none.exitCode, 5);
-    QVERIFY(none.err.contains(QStringLiteral("the former categories are kept")));
-    QCOMPARE(
-        runCli(QStringList{QStringLiteral("tree"), QStringLiteral("--site"), USSiteLabel} + args).lines(),
-        m_run.catalogue);
+    QVERIFY(none.err.contains("the former categories are kept"));
+    QCOMPARE(runCli(QStringList{"tree", "--site", USSiteLabel} + args).lines(), m_run.catalogue);
 }
 
 void tst_Cli::killedRefreshLeavesAPrefixOfTheFinds() {
@@ -187,20 +163,18 @@ void tst_Cli::killedRefreshLeavesAPrefixOfTheFinds() {
     const qsizetype before = slow.requestLog().size();
     QTemporaryDir data;
     QProcess process;
-    process.start(QStringLiteral(MARQUILL_CLI),
-                  {QStringLiteral("refresh"), QStringLiteral("--site"), USSiteLabel, QStringLiteral("--data"),
-                   data.path(), QStringLiteral("--proxy"), slow.proxyUrl().toString()});
+    process.start(QStringLiteral(MARQUILL_CLI), {"refresh", "--site", USSiteLabel, "--data", data.path(),
+                                                 "--proxy", slow.proxyUrl().toString()});
     // The index and four main categories asked for: the first three are in the file.
     QTRY_VERIFY_WITH_TIMEOUT(slow.requestLog().size() >= before + 5, 60000);
     process.kill();
     QVERIFY(process.waitForFinished(10000));
-    const Run tree = runCli({QStringLiteral("tree"), QStringLiteral("--site"), USSiteLabel,
-                             QStringLiteral("--data"), data.path()});
+    const Run tree = runCli({"tree", "--site", USSiteLabel, "--data", data.path()});
     QCOMPARE(tree.exitCode, 0);
     const QStringList found = tree.lines();
     QVERIFY(found.size() > 3);
     QCOMPARE(found, m_run.catalogue.mid(0, found.size()));
-    QVERIFY(!QFile::exists(data.filePath(QStringLiteral("aeurl.xml.unreadable"))));
+    QVERIFY(!QFile::exists(data.filePath("aeurl.xml.unreadable")));
 }
 
 QTEST_GUILESS_MAIN(tst_Cli)

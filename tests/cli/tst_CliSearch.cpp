@@ -29,138 +29,118 @@ void tst_CliSearch::formatsReadBackToTheSameWords() {
     });
     QTemporaryDir data;
     writeCatalogue(data.path(), USSiteLabel,
-                   {QStringLiteral("Select Category~M\thttp://listings.ebay.com/M_W0QQsacatZ1"),
-                    QStringLiteral("Select Category~M~S\thttp://listings.ebay.com/S_W0QQsacatZ2")});
-    const QString report = data.filePath(QStringLiteral("report.json"));
-    const QString words = data.filePath(QStringLiteral("words.csv"));
-    const QStringList search{QStringLiteral("search"),
-                             QStringLiteral("--site"),
-                             USSiteLabel,
-                             QStringLiteral("--data"),
-                             data.path(),
-                             QStringLiteral("--proxy"),
-                             server.Origin(),
-                             QStringLiteral("--node"),
-                             QStringLiteral("Select Category~M~S"),
-                             QStringLiteral("--format")};
+                   {"Select Category~M\thttp://listings.ebay.com/M_W0QQsacatZ1",
+                    "Select Category~M~S\thttp://listings.ebay.com/S_W0QQsacatZ2"});
+    const QString report = data.filePath("report.json");
+    const QString words = data.filePath("words.csv");
+    const QStringList search{
+        "search",        "--site", USSiteLabel,           "--data",  data.path(), "--proxy",
+        server.Origin(), "--node", "Select Category~M~S", "--format"};
     const Rows expected{{"ring", "2"},      {"gold,", "1"},       {"coin", "1"},       {"\"rare\"", "1"},
                         {"tab\there", "1"}, {"line\nbreak", "1"}, {"back\\slash", "1"}};
 
-    const Run json = runCli(search + QStringList{QStringLiteral("json"), QStringLiteral("--report"), report});
+    const Run json = runCli(search + QStringList{"json", "--report", report});
     QCOMPARE(json.exitCode, 0);
     QCOMPARE(rowsOf(json.json()), expected);
-    QCOMPARE(json.json()[QStringLiteral("auctions_limit")].toInt(), 2000);
-    QCOMPARE(json.json()[QStringLiteral("node")].toString(), QStringLiteral("Select Category~M~S"));
+    QCOMPARE(json.json()["auctions_limit"].toInt(), 2000);
+    QCOMPARE(json.json()["node"].toString(), "Select Category~M~S");
     QFile reportFile(report);
     QVERIFY(reportFile.open(QIODevice::ReadOnly));
-    QCOMPARE(QJsonDocument::fromJson(reportFile.readAll())[QStringLiteral("auctions_counted")].toInt(), 2);
+    QCOMPARE(QJsonDocument::fromJson(reportFile.readAll())["auctions_counted"].toInt(), 2);
 
-    const Run csv = runCli(search + QStringList{QStringLiteral("csv"), QStringLiteral("--output"), words});
+    const Run csv = runCli(search + QStringList{"csv", "--output", words});
     QCOMPARE(csv.exitCode, 0);
     QVERIFY(csv.out.isEmpty());
     QFile csvFile(words);
     QVERIFY(csvFile.open(QIODevice::ReadOnly));
     QCOMPARE(readCsv(QString::fromUtf8(csvFile.readAll())), expected);
-    QCOMPARE(readTsv(QString::fromUtf8(runCli(search + QStringList{QStringLiteral("tsv")}).out)), expected);
+    QCOMPARE(readTsv(QString::fromUtf8(runCli(search + QStringList{"tsv"}).out)), expected);
 }
 
 QJsonObject tst_CliSearch::healthOf(const QStringList& arguments, const SiteSim& site) {
-    const Run run = runCli(QStringList{QStringLiteral("search"), QStringLiteral("--format"),
-                                       QStringLiteral("json"), QStringLiteral("--node")} +
-                           arguments + m_run.Common(&site));
+    const Run run =
+        runCli(QStringList{"search", "--format", "json", "--node"} + arguments + m_run.Common(&site));
     QJsonObject result = run.json();
-    result.insert(QStringLiteral("stderr"), run.err);
+    result.insert("stderr", run.err);
     return result;
 }
 
 void tst_CliSearch::limitsMeanWhatTheySay() {
     const auto limited = [this](const QString& limit) {
-        const QJsonObject result =
-            healthOf({AsianAntiques, QStringLiteral("--auctions"), limit}, *m_run.site);
-        return std::pair(result[QStringLiteral("auctions_limit")],
-                         result[QStringLiteral("health")].toObject());
+        const QJsonObject result = healthOf({AsianAntiques, "--auctions", limit}, *m_run.site);
+        return std::pair(result["auctions_limit"], result["health"].toObject());
     };
-    const auto [one, oneHealth] = limited(QStringLiteral("1"));
+    const auto [one, oneHealth] = limited("1");
     QCOMPARE(one.toInt(), 1);
-    QCOMPARE(oneHealth[QStringLiteral("auctions_counted")].toInt(), 1);
-    QCOMPARE(oneHealth[QStringLiteral("ended_by")].toString(), QStringLiteral("limit"));
-    QCOMPARE(oneHealth[QStringLiteral("pages_requested")].toInt(), 2); // page 2 is still loaded
-    const auto [many, manyHealth] = limited(QStringLiteral("9999"));
+    QCOMPARE(oneHealth["auctions_counted"].toInt(), 1);
+    QCOMPARE(oneHealth["ended_by"].toString(), "limit");
+    QCOMPARE(oneHealth["pages_requested"].toInt(), 2); // page 2 is still loaded
+    const auto [many, manyHealth] = limited("9999");
     QCOMPARE(many.toInt(), 9999);
-    QCOMPARE(manyHealth[QStringLiteral("ended_by")].toString(), QStringLiteral("end"));
-    QCOMPARE(manyHealth[QStringLiteral("pages_requested")].toInt(), 5);
-    QVERIFY(!manyHealth[QStringLiteral("mostly_empty")].toBool());
-    const auto [none, noneHealth] = limited(QStringLiteral("none"));
+    QCOMPARE(manyHealth["ended_by"].toString(), "end");
+    QCOMPARE(manyHealth["pages_requested"].toInt(), 5);
+    QVERIFY(!manyHealth["mostly_empty"].toBool());
+    const auto [none, noneHealth] = limited("none");
     QVERIFY(none.isNull());
-    QCOMPARE(noneHealth[QStringLiteral("auctions_counted")], manyHealth[QStringLiteral("auctions_counted")]);
+    QCOMPARE(noneHealth["auctions_counted"], manyHealth["auctions_counted"]);
 }
 
 void tst_CliSearch::numericRulesWithoutALocale() {
-    const QStringList search =
-        QStringList{QStringLiteral("search"), QStringLiteral("--node"), AsianAntiques} + m_run.Common();
-    const Run c = runCli(search, QStringLiteral("C.UTF-8"));
+    const QStringList search = QStringList{"search", "--node", AsianAntiques} + m_run.Common();
+    const Run c = runCli(search, "C.UTF-8");
     QCOMPARE(c.exitCode, 0);
-    QCOMPARE(runCli(search, QStringLiteral("POSIX")).out, c.out);
-    QCOMPARE(runCli(search, QStringLiteral("en_US.UTF-8")).out, c.out);
+    QCOMPARE(runCli(search, "POSIX").out, c.out);
+    QCOMPARE(runCli(search, "en_US.UTF-8").out, c.out);
     // Under a locale whose currency is not the dollar, prices are words.
-    const Run gb = runCli(search + QStringList{QStringLiteral("--locale"), QStringLiteral("en_GB")},
-                          QStringLiteral("C.UTF-8"));
-    const QRegularExpression price(QStringLiteral("^\\$\\d+\\.\\d\\d,"), QRegularExpression::MultilineOption);
+    const Run gb = runCli(search + QStringList{"--locale", "en_GB"}, "C.UTF-8");
+    const QRegularExpression price("^\\$\\d+\\.\\d\\d,", QRegularExpression::MultilineOption);
     QVERIFY(!QString::fromUtf8(c.out).contains(price));
     QVERIFY(QString::fromUtf8(gb.out).contains(price));
 }
 
 void tst_CliSearch::healthReportOfABrokenRun() {
     // Of the five pages, 2 and 4 answer 500 and 3 is random bytes.
-    SiteSim faulty({QStringLiteral("--fault"), QStringLiteral("500=lopgZ2QQsacatZ11003"),
-                    QStringLiteral("--fault"), QStringLiteral("500=lopgZ4QQsacatZ11003"),
-                    QStringLiteral("--fault"), QStringLiteral("garbage=lopgZ3QQsacatZ11003")});
+    SiteSim faulty({"--fault", "500=lopgZ2QQsacatZ11003", "--fault", "500=lopgZ4QQsacatZ11003", "--fault",
+                    "garbage=lopgZ3QQsacatZ11003"});
     const QJsonObject broken = healthOf({AsianAntiques}, faulty);
-    const QJsonObject health = broken[QStringLiteral("health")].toObject();
-    QCOMPARE(health[QStringLiteral("pages_requested")].toInt(), 5);
-    QCOMPARE(health[QStringLiteral("pages_answered")].toInt(), 5);
-    QCOMPARE(health[QStringLiteral("http_errors")].toObject(), (QJsonObject{{QStringLiteral("500"), 2}}));
-    QCOMPARE(health[QStringLiteral("failed_pages")].toArray().size(), 2);
-    QCOMPARE(health[QStringLiteral("pages_without_auctions")].toInt(), 3);
-    QCOMPARE(health[QStringLiteral("ended_by")].toString(), QStringLiteral("end"));
-    const QString told = broken[QStringLiteral("stderr")].toString();
-    QVERIFY2(
-        told.contains(QStringLiteral("warning: 3 of 4 listing pages after the first held no auction link")),
-        qPrintable(told));
-    QVERIFY(told.contains(QStringLiteral("Asian-Antiques_W0QQlopgZ2QQsacatZ11003")));
-    QVERIFY(told.contains(QStringLiteral("Run: 5 pages requested, 5 answered, HTTP errors: 500 x2")));
+    const QJsonObject health = broken["health"].toObject();
+    QCOMPARE(health["pages_requested"].toInt(), 5);
+    QCOMPARE(health["pages_answered"].toInt(), 5);
+    QCOMPARE(health["http_errors"].toObject(), (QJsonObject{{"500", 2}}));
+    QCOMPARE(health["failed_pages"].toArray().size(), 2);
+    QCOMPARE(health["pages_without_auctions"].toInt(), 3);
+    QCOMPARE(health["ended_by"].toString(), "end");
+    const QString told = broken["stderr"].toString();
+    QVERIFY2(told.contains("warning: 3 of 4 listing pages after the first held no auction link"),
+             qPrintable(told));
+    QVERIFY(told.contains("Asian-Antiques_W0QQlopgZ2QQsacatZ11003"));
+    QVERIFY(told.contains("Run: 5 pages requested, 5 answered, HTTP errors: 500 x2"));
 
     // A changed layout: sub-categories whose pages hold no auction link, behind one that works.
     QTemporaryDir data;
     writeCatalogue(data.path(), USSiteLabel,
-                   {QStringLiteral("Select Category~Moved\thttp://listings.ebay.com/M_W0QQsacatZ1"),
-                    m_run.catalogue.filter(QStringLiteral("~Asian Antiques\t"))
-                        .value(0)
-                        .replace(QStringLiteral("~Antiques~"), QStringLiteral("~Moved~")),
-                    QStringLiteral("Select Category~Moved~A\thttp://listings.ebay.com/A_W0QQsacatZ999991"),
-                    QStringLiteral("Select Category~Moved~B\thttp://listings.ebay.com/B_W0QQsacatZ999992")});
-    const Run moved =
-        runCli({QStringLiteral("search"), QStringLiteral("--site"), USSiteLabel, QStringLiteral("--data"),
-                data.path(), QStringLiteral("--proxy"), faulty.proxyUrl().toString(),
-                QStringLiteral("--node"), QStringLiteral("Select Category~Moved")});
+                   {"Select Category~Moved\thttp://listings.ebay.com/M_W0QQsacatZ1",
+                    m_run.catalogue.filter("~Asian Antiques\t").value(0).replace("~Antiques~", "~Moved~"),
+                    "Select Category~Moved~A\thttp://listings.ebay.com/A_W0QQsacatZ999991",
+                    "Select Category~Moved~B\thttp://listings.ebay.com/B_W0QQsacatZ999992"});
+    const Run moved = runCli({"search", "--site", USSiteLabel, "--data", data.path(), "--proxy",
+                              faulty.proxyUrl().toString(), "--node", "Select Category~Moved"});
     QCOMPARE(moved.exitCode, 0);
     verifyList(moved.out);
-    QVERIFY2(moved.err.contains(QStringLiteral("2 of 2 listing pages after the first held no auction link")),
+    QVERIFY2(moved.err.contains("2 of 2 listing pages after the first held no auction link"),
              qPrintable(moved.err));
-    QVERIFY(moved.err.contains(QStringLiteral("page: http://listings.ebay.com/A_W0QQsacatZ999991")));
+    QVERIFY(moved.err.contains("page: http://listings.ebay.com/A_W0QQsacatZ999991"));
 }
 
 void tst_CliSearch::parallelLoadsGiveTheSequentialList() {
-    const QString maps = QStringLiteral("Select Category~Antiques~Maps, Atlases & Globes"); // 6 pages
-    for (const QString& limit : {QStringLiteral("none"), QStringLiteral("120")}) {
+    const QString maps = "Select Category~Antiques~Maps, Atlases & Globes"; // 6 pages
+    for (const QString limit : {"none", "120"}) {
         QStringList logs[2];
         Run runs[2];
         for (int i = 0; i < 2; ++i) {
             const qsizetype before = m_run.site->requestLog().size();
-            runs[i] = runCli(QStringList{QStringLiteral("search"), QStringLiteral("--node"), maps,
-                                         QStringLiteral("--auctions"), limit, QStringLiteral("--format"),
-                                         QStringLiteral("json"), QStringLiteral("--parallel"),
-                                         QString::number(i == 0 ? 1 : 4)} +
+            runs[i] = runCli(QStringList{"search", "--node", maps, "--auctions", limit, "--format", "json",
+                                         "--parallel", QString::number(i == 0 ? 1 : 4)} +
                              m_run.Common());
             logs[i] = m_run.site->requestLog().mid(before);
         }
@@ -172,9 +152,8 @@ void tst_CliSearch::parallelLoadsGiveTheSequentialList() {
         for (const QString& url : std::as_const(logs[0]))
             QVERIFY2(logs[1].removeOne(url), qPrintable(url));
         for (const QString& url : std::as_const(logs[1]))
-            QVERIFY2(url.contains(QStringLiteral("Maps-Atlases-Globes_W0QQlopgZ")), qPrintable(url));
-        const QJsonValue unused =
-            runs[1].json()[QStringLiteral("health")][QStringLiteral("pages_loaded_ahead_unused")];
+            QVERIFY2(url.contains("Maps-Atlases-Globes_W0QQlopgZ"), qPrintable(url));
+        const QJsonValue unused = runs[1].json()["health"].toObject()["pages_loaded_ahead_unused"];
         QVERIFY(logs[1].size() <= unused.toInt());
         QCOMPARE(unused.toInt(), limit == u"none" ? 0 : 3);
     }

@@ -30,7 +30,7 @@ inline Run runCli(const QStringList& arguments, const QString& localeVariable = 
     QProcess process;
     if (!localeVariable.isEmpty()) {
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QStringLiteral("LC_ALL"), localeVariable);
+        environment.insert("LC_ALL", localeVariable);
         process.setProcessEnvironment(environment);
     }
     QSignalSpy finished(&process, &QProcess::finished);
@@ -47,9 +47,9 @@ inline Run runCli(const QStringList& arguments, const QString& localeVariable = 
 // Writes a catalogue of one site ("FullPath<TAB>URL" lines) into the category file of the folder.
 inline void writeCatalogue(const QString& folder, const QString& site, const QStringList& lines) {
     Hooks().SiteLabel = [site] { return site; };
-    const QString path = folder + QStringLiteral("/aeurl.xml");
+    const QString path = folder + "/aeurl.xml";
     CategoryStore.CategoryFilePath = path;
-    QVERIFY(OpenCategoryFile(path, QStringLiteral("Categories")));
+    QVERIFY(OpenCategoryFile(path, "Categories"));
     for (const QString& line : lines) {
         const QStringList fields = line.split(u'\t');
         const qsizetype depth = fields[0].count(u'~');
@@ -108,9 +108,8 @@ inline Rows readTsv(const QString& text) {
 
 inline Rows rowsOf(const QJsonObject& result) {
     Rows rows;
-    for (const QJsonValue word : result[QStringLiteral("words")].toArray())
-        rows << QStringList{word[QStringLiteral("word")].toString(),
-                            QString::number(word[QStringLiteral("count")].toInteger())};
+    for (const QJsonValue word : result["words"].toArray())
+        rows << QStringList{word["word"].toString(), QString::number(word["count"].toInteger())};
     return rows;
 }
 
@@ -131,18 +130,16 @@ inline void verifyList(const QByteArray& csv) {
 // The sample site with a catalogue of its US site in a folder of its own, exclusion file beside it.
 struct CliFixture {
     void SetUp() {
-        site = std::make_unique<SiteSim>(QStringList{QStringLiteral("--latency"), QStringLiteral("5")});
+        site = std::make_unique<SiteSim>(QStringList{"--latency", "5"});
         QVERIFY(site->isRunning());
         catalogue = site->catalogue(USSiteLabel);
         writeCatalogue(dir.path(), USSiteLabel, catalogue);
-        QVERIFY(QFile::copy(QStringLiteral(MARQUILL_DATA_DIR "/exclude.dat"),
-                            dir.filePath(QStringLiteral("exclude.dat"))));
+        QVERIFY(QFile::copy(QStringLiteral(MARQUILL_DATA_DIR "/exclude.dat"), dir.filePath("exclude.dat")));
     }
     // --site, --data and --proxy of a search of the fixture's site, or of another.
     QStringList Common(const SiteSim* other = nullptr) const {
-        return {QStringLiteral("--site"),  USSiteLabel,
-                QStringLiteral("--data"),  dir.path(),
-                QStringLiteral("--proxy"), (other ? other : site.get())->proxyUrl().toString()};
+        return {"--site",   USSiteLabel, "--data",
+                dir.path(), "--proxy",   (other ? other : site.get())->proxyUrl().toString()};
     }
 
     std::unique_ptr<SiteSim> site;
@@ -150,4 +147,4 @@ struct CliFixture {
     QStringList catalogue;
 };
 
-inline const QString AsianAntiques = QStringLiteral("Select Category~Antiques~Asian Antiques"); // 5 pages
+inline const QString AsianAntiques = "Select Category~Antiques~Asian Antiques"; // 5 pages
