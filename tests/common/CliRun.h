@@ -85,23 +85,23 @@ inline Rows readCsv(const QString& text) {
     return rows;
 }
 
+// TSV read back: \t, \n, \r and \\ in a field stand for what they escape.
 inline Rows readTsv(const QString& text) {
     Rows rows;
     for (const QString& line : text.split(u'\n', Qt::SkipEmptyParts)) {
-        QStringList row;
+        rows << QStringList();
         for (const QString& field : line.split(u'\t')) {
             QString plain;
             for (qsizetype i = 0; i < field.size(); ++i) {
-                QChar c = field[i];
-                if (c == u'\\' && i + 1 < field.size()) {
-                    const QChar e = field[++i];
-                    c = e == u't' ? QChar(u'\t') : e == u'n' ? QChar(u'\n') : e == u'r' ? QChar(u'\r') : e;
-                }
-                plain += c;
+                const QChar e = field[i] == u'\\' && i + 1 < field.size() ? field[++i] : QChar();
+                plain += e.isNull()  ? field[i]
+                         : e == u't' ? u'\t'
+                         : e == u'n' ? u'\n'
+                         : e == u'r' ? u'\r'
+                                     : e;
             }
-            row << plain;
+            rows.back() << plain;
         }
-        rows << row;
     }
     return rows;
 }
