@@ -63,22 +63,14 @@ void PrefetchPageSource::SetUpcoming(const QStringList& urls) {
 }
 
 std::unique_ptr<PageLoad> PrefetchPageSource::Start(const QUrl& url) {
-    std::unique_ptr<PageLoad> load;
     const auto ahead =
         std::find_if(m_ahead.begin(), m_ahead.end(), [&](const Ahead& a) { return a.url == url; });
-    if (ahead != m_ahead.end()) {
-        load = std::move(ahead->load);
-        --m_unasked;
-        m_ahead.erase(m_ahead.begin(), ahead + 1);
-    } else {
-        const auto next = std::find(m_upcoming.begin(), m_upcoming.end(), url);
-        if (next != m_upcoming.end()) {
-            // The walk has gone past the loads ahead: they will never be asked for.
-            m_ahead.clear();
-            m_upcoming.erase(m_upcoming.begin(), next + 1);
-        }
-        load = StartNext(url);
-    }
+    // A page the run did not name ahead, such as the first of a sub-category, is loaded at once.
+    if (ahead == m_ahead.end())
+        return StartNext(url);
+    std::unique_ptr<PageLoad> load = std::move(ahead->load);
+    --m_unasked;
+    m_ahead.erase(m_ahead.begin(), ahead + 1);
     TopUp();
     return load;
 }

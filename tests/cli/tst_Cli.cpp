@@ -69,6 +69,7 @@ void tst_Cli::exitStatuses_data() {
     QTest::newRow("unknown node") << QStringList{"search", "--node", "Select Category~Nowhere"} << 2
                                   << "no node \"Select Category~Nowhere\"";
     QTest::newRow("unknown site") << with({"--site", "ebay.de"}) << 2 << "--site must be";
+    QTest::newRow("missing site") << QStringList{"tree"} << 2 << "tree: missing --site";
     QTest::newRow("missing node") << QStringList{"search", "--quiet"} << 2 << "search: missing --node";
     QTest::newRow("no auctions") << with({"--auctions", "0"}) << 2 << "--auctions must be";
     QTest::newRow("auctions beyond 32 bits")

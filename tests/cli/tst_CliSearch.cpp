@@ -75,11 +75,11 @@ void tst_CliSearch::limitsMeanWhatTheySay() {
     QCOMPARE(oneHealth["auctions_counted"].toInt(), 1);
     QCOMPARE(oneHealth["ended_by"].toString(), "limit");
     QCOMPARE(oneHealth["pages_requested"].toInt(), 2); // page 2 is still loaded
+    QVERIFY(!oneHealth["mostly_empty"].toBool()); // though its walk ended before an auction
     const auto [many, manyHealth] = limited("9999");
     QCOMPARE(many.toInt(), 9999);
     QCOMPARE(manyHealth["ended_by"].toString(), "end");
     QCOMPARE(manyHealth["pages_requested"].toInt(), 5);
-    QVERIFY(!manyHealth["mostly_empty"].toBool());
     const auto [none, noneHealth] = limited("none");
     QVERIFY(none.isNull());
     QCOMPARE(noneHealth["auctions_counted"], manyHealth["auctions_counted"]);
@@ -110,6 +110,7 @@ void tst_CliSearch::healthReportOfABrokenRun() {
     QCOMPARE(health["failed_pages"].toArray().size(), 2);
     QCOMPARE(health["pages_without_auctions"].toInt(), 3);
     QCOMPARE(health["ended_by"].toString(), "end");
+    QCOMPARE(health["scope"].toString(), "sub-category");
     const QString told = broken["stderr"].toString();
     QVERIFY(told.contains("warning: 3 of 4 listing pages after the first held no auction link"));
     QVERIFY(told.contains("Asian-Antiques_W0QQlopgZ2QQsacatZ11003"));
