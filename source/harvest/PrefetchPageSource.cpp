@@ -49,16 +49,11 @@ void PrefetchPageSource::TopUp() {
 }
 
 void PrefetchPageSource::SetUpcoming(const QStringList& urls) {
-    std::deque<QUrl> upcoming;
+    // The run names its pages before it loads any of them, so nothing loaded ahead is lost here.
+    m_ahead.clear();
+    m_upcoming.clear();
     for (const QString& url : urls)
-        upcoming.emplace_back(url.trimmed());
-    std::size_t kept = 0;
-    while (kept < m_ahead.size() && !upcoming.empty() && m_ahead[kept].url == upcoming.front()) {
-        ++kept;
-        upcoming.pop_front();
-    }
-    m_ahead.erase(m_ahead.begin() + std::ptrdiff_t(kept), m_ahead.end());
-    m_upcoming = std::move(upcoming);
+        m_upcoming.emplace_back(url.trimmed());
     TopUp();
 }
 

@@ -25,8 +25,8 @@ public:
     PrefetchPageSource(const PrefetchPageSource&) = delete;
     PrefetchPageSource& operator=(const PrefetchPageSource&) = delete;
 
-    // The URLs the walk will ask for next, in order; replaces the last list. Loads ahead that do
-    // not begin the new list are abandoned.
+    // The URLs the walk will ask for next, in order; replaces the last list and abandons the loads
+    // ahead of it.
     void SetUpcoming(const QStringList& urls);
     std::unique_ptr<PageLoad> Start(const QUrl& url) override;
 

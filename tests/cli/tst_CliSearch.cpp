@@ -1,5 +1,6 @@
 #include "CliRun.h"
 #include "LocalHttpServer.h"
+#include "RunHealth.h"
 
 #include <QRegularExpression>
 
@@ -75,7 +76,7 @@ void tst_CliSearch::limitsMeanWhatTheySay() {
     QCOMPARE(oneHealth["auctions_counted"].toInt(), 1);
     QCOMPARE(oneHealth["ended_by"].toString(), "limit");
     QCOMPARE(oneHealth["pages_requested"].toInt(), 2); // page 2 is still loaded
-    QVERIFY(!oneHealth["mostly_empty"].toBool()); // though its walk ended before an auction
+    QVERIFY(!oneHealth["mostly_empty"].toBool());      // though its walk ended before an auction
     const auto [many, manyHealth] = limited("9999");
     QCOMPARE(many.toInt(), 9999);
     QCOMPARE(manyHealth["ended_by"].toString(), "end");
@@ -122,13 +123,20 @@ void tst_CliSearch::healthReportOfABrokenRun() {
                    {"Select Category~Moved\thttp://listings.ebay.com/M_W0QQsacatZ1",
                     m_run.catalogue.filter("~Asian Antiques\t").value(0).replace("~Antiques~", "~Moved~"),
                     "Select Category~Moved~A\thttp://listings.ebay.com/A_W0QQsacatZ999991",
-                    "Select Category~Moved~B\thttp://listings.ebay.com/B_W0QQsacatZ999992"});
+                    "Select Category~Moved~B\thttp://listings.ebay.com/B_W0QQsacatZ999992",
+                    "Select Category~Moved~C\tftp://listings.ebay.com/C"});
     const Run moved = runCli({"search", "--site", USSiteLabel, "--data", data.path(), "--proxy",
                               faulty.proxyUrl().toString(), "--node", "Select Category~Moved"});
     QCOMPARE(moved.exitCode, 0);
     verifyList(moved.out);
-    QVERIFY(moved.err.contains("2 of 2 listing pages after the first held no auction link"));
+    QVERIFY(moved.err.contains("3 of 3 listing pages after the first held no auction link"));
+    QVERIFY(moved.err.contains("Run: 4 pages requested, 3 answered"));
     QVERIFY(moved.err.contains("page: http://listings.ebay.com/A_W0QQsacatZ999991"));
+
+    // A time-out takes a minute on the wire; the report counts one from how the load ended.
+    RunHealth timedOut;
+    timedOut.PageScanned({"http://listings.ebay.com/", 0, PageFailure::TimedOut, 0, true, true});
+    QCOMPARE(timedOut.ToJson()["timeouts"].toInt(), 1);
 }
 
 void tst_CliSearch::parallelLoadsGiveTheSequentialList() {
