@@ -44,7 +44,6 @@ void tst_CliSearch::formatsReadBackToTheSameWords() {
     QCOMPARE(json.exitCode, 0);
     QCOMPARE(rowsOf(json.json()), expected);
     QCOMPARE(json.json()["auctions_limit"].toInt(), 2000);
-    QCOMPARE(json.json()["node"].toString(), "Select Category~M~S");
     QFile reportFile(report);
     QVERIFY(reportFile.open(QIODevice::ReadOnly));
     QCOMPARE(QJsonDocument::fromJson(reportFile.readAll())["auctions_counted"].toInt(), 2);
@@ -67,23 +66,19 @@ QJsonObject tst_CliSearch::healthOf(const QStringList& arguments, const SiteSim&
 }
 
 void tst_CliSearch::limitsMeanWhatTheySay() {
-    const auto limited = [this](const QString& limit) {
+    QJsonObject counted;
+    for (const QString limit : {"1", "9999", "none"}) {
         const QJsonObject result = healthOf({AsianAntiques, "--auctions", limit}, *m_run.site);
-        return std::pair(result["auctions_limit"], result["health"].toObject());
-    };
-    const auto [one, oneHealth] = limited("1");
-    QCOMPARE(one.toInt(), 1);
-    QCOMPARE(oneHealth["auctions_counted"].toInt(), 1);
-    QCOMPARE(oneHealth["ended_by"].toString(), "limit");
-    QCOMPARE(oneHealth["pages_requested"].toInt(), 2); // page 2 is still loaded
-    QVERIFY(!oneHealth["mostly_empty"].toBool());      // though its walk ended before an auction
-    const auto [many, manyHealth] = limited("9999");
-    QCOMPARE(many.toInt(), 9999);
-    QCOMPARE(manyHealth["ended_by"].toString(), "end");
-    QCOMPARE(manyHealth["pages_requested"].toInt(), 5);
-    const auto [none, noneHealth] = limited("none");
-    QVERIFY(none.isNull());
-    QCOMPARE(noneHealth["auctions_counted"], manyHealth["auctions_counted"]);
+        const QJsonObject health = result["health"].toObject();
+        QCOMPARE(result["auctions_limit"], limit == u"none" ? QJsonValue() : QJsonValue(limit.toInt()));
+        QCOMPARE(health["ended_by"].toString(), limit == u"1" ? "limit" : "end");
+        // At 1, page 2 is still loaded and its walk ends before an auction: no sign of trouble.
+        QCOMPARE(health["pages_requested"].toInt(), limit == u"1" ? 2 : 5);
+        QVERIFY(!health["mostly_empty"].toBool());
+        counted.insert(limit, health["auctions_counted"]);
+    }
+    QCOMPARE(counted["1"].toInt(), 1);
+    QCOMPARE(counted["9999"], counted["none"]);
 }
 
 void tst_CliSearch::numericRulesWithoutALocale() {
