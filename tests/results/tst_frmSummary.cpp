@@ -34,6 +34,8 @@ private Q_SLOTS:
         QCOMPARE(list->headerItem()->text(2), QStringLiteral("counter"));
         QCOMPARE(list->columnWidth(0), 133);
         QCOMPARE(list->columnWidth(1), 40);
+        // The row, its selection and its focus frame end with Count.
+        QCOMPARE(list->header()->length(), 173);
         QCOMPARE(list->currentItem(), list->topLevelItem(0));
         QVERIFY(list->topLevelItem(0)->isSelected());
     }
@@ -180,6 +182,20 @@ private Q_SLOTS:
             QCOMPARE(button->geometry(), b.geometry);
         }
         QCOMPARE(summary.palette().color(QPalette::Window), QColor(240, 240, 233));
+        // No button of the window is its default: Enter presses none.
+        int dialogs = 0;
+        CommonDialog::SetPrinterAnswer([&](QPrinter&, int, int) {
+            ++dialogs;
+            return false;
+        });
+        CommonDialog::SetSaveAnswer([&](const CommonDialog::SaveRequest&) {
+            ++dialogs;
+            return QString();
+        });
+        summary.show();
+        QTest::keyClick(&summary, Qt::Key_Return);
+        QCOMPARE(dialogs, 0);
+        QVERIFY(summary.isVisible());
     }
 };
 

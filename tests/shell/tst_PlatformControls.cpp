@@ -1,12 +1,22 @@
 #include "platform/ARButton.h"
+#include "platform/HostHooks.h"
 #include "platform/MessageBox.h"
 #include "platform/ScreenPointer.h"
 #include "platform/WorkAnimation.h"
+#include "results/frmSummary.h"
+#include "shell/frmHelp.h"
+#include "shell/frmMain.h"
+#include "shell/frmWarning.h"
 
 #include <QApplication>
 #include <QEnterEvent>
+#include <QFile>
+#include <QFontInfo>
+#include <QLabel>
+#include <QLineEdit>
 #include <QMovie>
 #include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QTest>
 
 class tst_PlatformControls : public QObject {
@@ -129,6 +139,52 @@ private Q_SLOTS:
         }
         QVERIFY(!animation.Navigate(QStringLiteral("/nonexistent/anwork.gif")));
         QVERIFY(!animation.Movie());
+    }
+
+    // Not pixel for pixel: each caption's text, in the font its control draws with, within the
+    // control's width (a wrapped label's lines within its height).
+    void everyCaptionFitsItsControl() {
+        QTemporaryDir folder;
+        SetProgramFolder(folder.path());
+        MessageBox::SetAnswersSupplied(true);
+        frmMain main;
+        frmSummary summary(&main);
+        frmHelp help(&main);
+        frmWarning warning([] {});
+        QCOMPARE(summary.findChild<QLabel*>(QStringLiteral("Label1"))->font().pointSizeF(), 8.25);
+        if (QFile::exists(QStringLiteral("/usr/share/wine/fonts/tahoma.ttf")))
+            QCOMPARE(QFontInfo(main.font()).family(), QStringLiteral("Tahoma"));
+        const auto plain = [](QString text) { return text.remove(QLatin1Char('&')); };
+        int captions = 0;
+        for (QWidget* window : {static_cast<QWidget*>(&main), static_cast<QWidget*>(&summary),
+                                static_cast<QWidget*>(&help), static_cast<QWidget*>(&warning)}) {
+            for (const QLabel* label : window->findChildren<QLabel*>()) {
+                if (label->text().isEmpty())
+                    continue;
+                const QRect room = label->contentsRect();
+                const int need = label->wordWrap() ? label->heightForWidth(room.width())
+                                                   : label->fontMetrics().horizontalAdvance(label->text());
+                QVERIFY2(need <= (label->wordWrap() ? room.height() : room.width()),
+                         qPrintable(label->objectName() + QLatin1Char(' ') + QString::number(need)));
+                ++captions;
+            }
+            for (const ARButton* button : window->findChildren<ARButton*>()) {
+                const int need = button->fontMetrics().horizontalAdvance(plain(button->text()));
+                QVERIFY2(need <= button->width() - 7, qPrintable(button->objectName()));
+                ++captions;
+            }
+            // A title box's own background hides the frame's edge; its trailing blank shows nothing.
+            for (const QLineEdit* title : window->findChildren<QLineEdit*>()) {
+                QString shown = title->text();
+                while (shown.endsWith(QLatin1Char(' ')))
+                    shown.chop(1);
+                if (title->isReadOnly())
+                    QVERIFY2(title->fontMetrics().horizontalAdvance(shown) <= title->width() - 4,
+                             qPrintable(title->objectName()));
+            }
+        }
+        QVERIFY(captions > 40);
+        SetProgramFolder(QString());
     }
 };
 
