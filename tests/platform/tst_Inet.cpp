@@ -1,7 +1,6 @@
 #include "Inet.h"
 #include "LocalHttpServer.h"
 
-#include <QCoreApplication>
 #include <QTest>
 #include <QTimer>
 
@@ -10,20 +9,17 @@ class tst_Inet : public QObject {
 
 private Q_SLOTS:
     void probeAnswers_data() {
-        QTest::addColumn<QByteArray>("reply");
+        QTest::addColumn<QByteArray>("reply"); // "drip", or nothing for a refused connection
         QTest::addColumn<QString>("answer");
         QTest::addColumn<bool>("offline");
-        QTest::newRow("a page") << LocalHttpServer::Response(200, "<html>up</html>") << "<html>up</html>"
-                                << false;
+        QTest::newRow("page") << LocalHttpServer::Response(200, "<p>up</p>") << "<p>up</p>" << false;
         QTest::newRow("empty") << LocalHttpServer::Response(200, "") << "" << true;
-        QTest::newRow("spaces only") << LocalHttpServer::Response(200, "   ") << "   " << true;
-        QTest::newRow("tab and newline") << LocalHttpServer::Response(200, " \t\r\n ") << " \t\r\n " << false;
-        QTest::newRow("500 with a page")
-            << LocalHttpServer::Response(500, "<html>oops</html>") << "<html>oops</html>" << false;
-        QTest::newRow("404 without a page") << LocalHttpServer::Response(404, "") << "" << true;
-        // One byte every 20 ms would take 20 s; the probe's bound ends it long before.
-        QTest::newRow("drip past the bound") << QByteArray("drip") << "" << true;
-        QTest::newRow("refused connection") << QByteArray() << "" << true;
+        QTest::newRow("spaces") << LocalHttpServer::Response(200, "   ") << "   " << true;
+        QTest::newRow("tab, newline") << LocalHttpServer::Response(200, " \t\r\n") << " \t\r\n" << false;
+        QTest::newRow("500 page") << LocalHttpServer::Response(500, "<p>oops</p>") << "<p>oops</p>" << false;
+        // A byte every 20 ms would take 20 s; the bound ends it long before.
+        QTest::newRow("drip") << QByteArray("drip") << "" << true;
+        QTest::newRow("refused") << QByteArray() << "" << true;
     }
 
     void probeAnswers() {
@@ -35,22 +31,15 @@ private Q_SLOTS:
                 socket->write(reply);
                 return;
             }
-            socket->write("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\nx");
-            auto* drip = new QTimer(socket);
-            QObject::connect(drip, &QTimer::timeout, socket, [socket] { socket->write("x"); });
-            drip->start(20);
+            socket->write("HTTP/1.1 200 OK\r\nContent-Length: 999\r\n\r\nx");
+            auto* timer = new QTimer(socket);
+            QObject::connect(timer, &QTimer::timeout, socket, [socket] { socket->write("x"); });
+            timer->start(20);
         });
-        QVERIFY(server.IsListening());
-        QString url = server.Url(QStringLiteral("/"));
-        if (reply.isEmpty()) {
-            LocalHttpServer closed([](const LocalHttpRequest&, QTcpSocket*) {});
-            url = closed.Url(QStringLiteral("/"));
-        }
-        const QString got = OpenURL(url, 300);
+        const quint16 port = reply.isEmpty() ? LocalHttpServer({}).Port() : server.Port();
+        const QString got = OpenURL(QStringLiteral("http://127.0.0.1:%1/").arg(port), 300);
         QCOMPARE(got, answer);
         QCOMPARE(ProbeAnswerIsEmpty(got), offline);
-        if (!reply.isEmpty())
-            QCOMPARE(server.Requests().value(0).method, QByteArray("GET"));
     }
 };
 

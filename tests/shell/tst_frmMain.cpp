@@ -527,49 +527,6 @@ private Q_SLOTS:
         QCOMPARE(m_exits, 2);
     }
 
-    void controlsSitWhereTheFormPutsThem_data() {
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<QString>("parent");
-        QTest::addColumn<QRect>("pixels");
-        // Twips / 15.
-        QTest::newRow("treCategories") << "treCategories"
-                                       << "centralwidget" << QRect(26, 54, 197, 291);
-        QTest::newRow("cboSite") << "cboSite"
-                                 << "centralwidget" << QRect(137, 28, 78, 21);
-        QTest::newRow("cmdGetKeywords") << "cmdGetKeywords"
-                                        << "Frame2" << QRect(77, 57, 145, 29);
-        QTest::newRow("cboMaxAuctions") << "cboMaxAuctions"
-                                        << "Frame2" << QRect(163, 18, 81, 21);
-        QTest::newRow("fraFeedBack") << "fraFeedBack"
-                                     << "centralwidget" << QRect(234, 212, 292, 89);
-        QTest::newRow("cmdStopSearch") << "cmdStopSearch"
-                                       << "fraFeedBack" << QRect(168, 32, 97, 25);
-        QTest::newRow("Picture1") << "Picture1"
-                                  << "fraFeedBack" << QRect(53, 26, 86, 15);
-        QTest::newRow("WebBrowser1") << "WebBrowser1"
-                                     << "Picture1" << QRect(-16, -18, 123, 51);
-        QTest::newRow("lblMainTotal") << "lblMainTotal"
-                                      << "fraFeedBack" << QRect(11, 50, 161, 12);
-        QTest::newRow("cmdRefresh") << "cmdRefresh"
-                                    << "centralwidget" << QRect(240, 332, 105, 25);
-        QTest::newRow("cmdExit") << "cmdExit"
-                                 << "centralwidget" << QRect(440, 312, 73, 25);
-        QTest::newRow("StatusBar1") << "StatusBar1"
-                                    << "centralwidget" << QRect(0, 383, 549, 20);
-        QTest::newRow("txtlblRefreshingCategories") << "txtlblRefreshingCategories"
-                                                    << "centralwidget" << QRect(243, 211, 132, 21);
-    }
-
-    void controlsSitWhereTheFormPutsThem() {
-        QFETCH(QString, name);
-        QFETCH(QString, parent);
-        QFETCH(QRect, pixels);
-        auto* control = m_window->findChild<QWidget*>(name);
-        QVERIFY(control);
-        QCOMPARE(control->parentWidget()->objectName(), parent);
-        QCOMPARE(control->geometry(), pixels);
-    }
-
     void windowIsFixedWithItsMenuTabOrderAndColours() {
         QCOMPARE(m_window->windowTitle(), QStringLiteral("Marquill"));
         QCOMPARE(Control<QWidget>("centralwidget")->size(), QSize(549, 403));
