@@ -58,7 +58,8 @@ QFont Tahoma(qreal points, bool bold) {
 }
 
 // The probe blocks the window as a call that waits for the network would: what the user does
-// meanwhile is dropped, so Stop cannot be clicked. Painting, timers and the close box go on.
+// meanwhile is dropped, so Stop cannot be clicked and the pointer stays the wait cursor.
+// Painting, timers and the close box go on.
 class InputBlock final : public QObject {
 public:
     InputBlock() { QCoreApplication::instance()->installEventFilter(this); }
@@ -67,19 +68,8 @@ public:
     InputBlock& operator=(const InputBlock&) = delete;
 
 protected:
-    bool eventFilter(QObject*, QEvent* event) override {
-        switch (event->type()) {
-        case QEvent::Enter:
-        case QEvent::HoverEnter:
-        case QEvent::HoverMove:
-        case QEvent::HoverLeave:
-            return false;
-        case QEvent::Shortcut:
-            return true;
-        default:
-            return event->isInputEvent();
-        }
-    }
+    // A key's shortcut is tried only after its override event, which is input and dropped too.
+    bool eventFilter(QObject*, QEvent* event) override { return event->isInputEvent(); }
 };
 
 } // namespace
