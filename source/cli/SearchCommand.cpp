@@ -144,7 +144,7 @@ int RunSearchCommand(const QStringList& arguments) {
         Err() << "marquill-cli search: no node \"" << path << "\" in the tree of " << request.site << '\n';
         return ExitBadArguments;
     }
-    if (OpenURL(ProbeUrl).trimmed().isEmpty()) {
+    if (ProbeAnswerIsEmpty(OpenURL(ProbeUrl))) {
         Err() << "You appear not to be online..\nPlease connect and try again\n";
         return ExitOffline;
     }
