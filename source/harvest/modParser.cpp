@@ -4,6 +4,7 @@
 #include "CategoryTree.h"
 #include "HarvestObserver.h"
 #include "HostHooks.h"
+#include "TallyObserver.h"
 #include "VbNumeric.h"
 
 #include <QFile>
@@ -33,7 +34,10 @@ bool stopRequested() {
 } // namespace
 
 void LoadExclusions() {
-    const QString path = ProgramFolder() + QStringLiteral("/exclude.dat");
+    LoadExclusionsFrom(ProgramFolder() + QStringLiteral("/exclude.dat"));
+}
+
+void LoadExclusionsFrom(const QString& path) {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
         // A missing list excludes nothing; the host tells the user and the search goes on.
@@ -90,18 +94,22 @@ void raiseCount(qsizetype column) {
                    QString::number(std::min<qint64>(count, std::numeric_limits<std::int32_t>::max())));
 }
 
-void addKeyword(const QString& word, const QString& upperWord) {
+qsizetype addKeyword(const QString& word, const QString& upperWord) {
     ++HarvestState.KeywordsFound;
     Hooks().SetMainTotalCaption(QStringLiteral("Keywords Found: ") +
                                 QString::number(HarvestState.KeywordsFound));
-    HarvestState.KeywordTable.Add(word, upperWord);
+    const qsizetype column = HarvestState.KeywordTable.Add(word, upperWord);
     HarvestState.SeenKeywords.append(word);
     HarvestState.SeenIndex.Append(upperWord);
+    return column;
 }
 
 } // namespace
 
 void TallyTitle(const QString& title) {
+    TallyObserver* observer = CurrentTallyObserver();
+    if (observer)
+        observer->TitleStarted(title);
     // An empty title gives no pieces at all, so not even a yield.
     if (title.isEmpty())
         return;
@@ -127,11 +135,15 @@ void TallyTitle(const QString& title) {
                 return;
             // The seen-text is only a hint: a word can hide inside a longer one, so a hint still
             // needs the table, found here through its index rather than a walk.
-            const qsizetype column = seen ? HarvestState.KeywordTable.Find(upperWord) : 0;
+            qsizetype column = seen ? HarvestState.KeywordTable.Find(upperWord) : 0;
             if (column > 0)
                 raiseCount(column);
             else
-                addKeyword(piece, upperWord);
+                column = addKeyword(piece, upperWord);
+            if (observer)
+                observer->PieceTallied(column);
+        } else if (observer && !piece.isEmpty()) {
+            observer->PieceTallied(0);
         }
         if (last)
             return;

@@ -1,0 +1,26 @@
+#include "Recount.h"
+
+#include "HostHooks.h"
+#include "TitleSnapshot.h"
+#include "modMain.h"
+#include "modParser.h"
+
+void RecountTitles(const std::vector<SnapshotTitle>& titles, const QString& exclusionPath) {
+    HarvestState.ExclusionText.clear();
+    HarvestState.ExclusionIndex.Clear();
+    HarvestState.SeenKeywords.clear();
+    HarvestState.SeenIndex.Clear();
+    HarvestState.KeywordsFound = 0;
+    HarvestState.AuctionsScanned = 0;
+    HarvestState.StopRequested = FlagFalse;
+    LoadExclusionsFrom(exclusionPath);
+    ResetKeywordTable();
+    // Nothing waits on the network here, and a turn of the loop at every word would cost more
+    // than the count itself.
+    const std::function<void()> yield = std::exchange(Hooks().Yield, [] {});
+    for (const SnapshotTitle& title : titles) {
+        ++HarvestState.AuctionsScanned;
+        TallyTitle(title.title);
+    }
+    Hooks().Yield = yield;
+}
