@@ -23,7 +23,8 @@ const QColor Rising(58, 126, 190);
 const QColor Falling(200, 80, 60);
 const QColor Axis(150, 150, 150);
 
-void Paint(QPainter& painter, const QString& title, const QString& subtitle, const std::vector<ChartBar>& bars) {
+void Paint(QPainter& painter, const QString& title, const QString& subtitle,
+           const std::vector<ChartBar>& bars) {
     const QSize size = BarChartSize(qsizetype(bars.size()));
     painter.setRenderHint(QPainter::Antialiasing);
     painter.fillRect(QRect(QPoint(0, 0), size), Background);
@@ -36,7 +37,8 @@ void Paint(QPainter& painter, const QString& title, const QString& subtitle, con
     font.setPixelSize(13);
     font.setBold(false);
     painter.setFont(font);
-    painter.drawText(QRect(Margin, Margin + 26, Width - 2 * Margin, 20), Qt::AlignLeft | Qt::AlignVCenter, subtitle);
+    painter.drawText(QRect(Margin, Margin + 26, Width - 2 * Margin, 20), Qt::AlignLeft | Qt::AlignVCenter,
+                     subtitle);
 
     double most = 0;
     double least = 0;
@@ -57,10 +59,12 @@ void Paint(QPainter& painter, const QString& title, const QString& subtitle, con
                          metrics.elidedText(bar.label, Qt::ElideRight, row.width()));
         const int length = int(std::lround(std::abs(bar.value) / span * plotWidth));
         const int left = bar.value < 0 ? axis - length : axis;
-        painter.fillRect(QRect(left, y + 3, std::max(length, 1), RowHeight - 6), bar.value < 0 ? Falling : Rising);
+        painter.fillRect(QRect(left, y + 3, std::max(length, 1), RowHeight - 6),
+                         bar.value < 0 ? Falling : Rising);
         const QRect value = bar.value < 0 ? QRect(left - ValueWidth - 4, y, ValueWidth, RowHeight)
                                           : QRect(left + length + 4, y, ValueWidth, RowHeight);
-        painter.drawText(value, (bar.value < 0 ? Qt::AlignRight : Qt::AlignLeft) | Qt::AlignVCenter, bar.valueText);
+        painter.drawText(value, (bar.value < 0 ? Qt::AlignRight : Qt::AlignLeft) | Qt::AlignVCenter,
+                         bar.valueText);
         y += RowHeight;
     }
     painter.setPen(Axis);
@@ -91,6 +95,9 @@ bool DrawBarChart(const QString& path, const QString& title, const QString& subt
         QSvgGenerator svg;
         svg.setOutputDevice(&file);
         svg.setSize(size);
+        // The size is stored in millimetres; at the resolution that viewers assume it reads back
+        // as the same pixels as the PNG.
+        svg.setResolution(96);
         svg.setViewBox(QRect(QPoint(0, 0), size));
         svg.setTitle(title);
         svg.setDescription(subtitle);

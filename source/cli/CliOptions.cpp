@@ -31,28 +31,29 @@ bool ApplyLocale(const QString& name) {
 }
 
 QString ProgramHelp() {
-    return QStringLiteral("Usage: marquill-cli COMMAND [options]\n"
-                          "The keyword search of Marquill without windows, for scripts.\n"
-                          "\n"
-                          "Commands:\n"
-                          "  search    Runs a keyword search and prints the words with their counts.\n"
-                          "  tree      Prints the category tree of a site.\n"
-                          "  refresh   Crawls a site's category pages into the category file.\n"
-                          "  recount   Counts the titles kept by search --save-titles again, without a page load.\n"
-                          "  diff      Compares two lists or two kept sets of titles word by word.\n"
-                          "  compare   Searches one category on both sites and sets the counts side by side.\n"
-                          "\n"
-                          "  marquill-cli COMMAND --help   the options of a command\n"
-                          "  marquill-cli --version        the version\n"
-                          "\n"
-                          "Exit status:\n"
-                          "  0    finished (a search that found nothing included)\n"
-                          "  2    bad arguments, or a node that is not in the tree\n"
-                          "  3    the network does not answer (offline)\n"
-                          "  4    the category file, or a file to recount or diff, cannot be opened or read\n"
-                          "  5    a refresh found no category; the former ones are kept\n"
-                          "  7    the --output or --report file cannot be written\n"
-                          "  130  stopped by Ctrl-C; what was found is still written\n");
+    return QStringLiteral(
+        "Usage: marquill-cli COMMAND [options]\n"
+        "The keyword search of Marquill without windows, for scripts.\n"
+        "\n"
+        "Commands:\n"
+        "  search    Runs a keyword search and prints the words with their counts.\n"
+        "  tree      Prints the category tree of a site.\n"
+        "  refresh   Crawls a site's category pages into the category file.\n"
+        "  recount   Counts the titles kept by search --save-titles again, without a page load.\n"
+        "  diff      Compares two lists or two kept sets of titles word by word.\n"
+        "  compare   Searches one category on both sites and sets the counts side by side.\n"
+        "\n"
+        "  marquill-cli COMMAND --help   the options of a command\n"
+        "  marquill-cli --version        the version\n"
+        "\n"
+        "Exit status:\n"
+        "  0    finished (a search that found nothing included)\n"
+        "  2    bad arguments, or a node that is not in the tree\n"
+        "  3    the network does not answer (offline)\n"
+        "  4    the category file, or a file to recount or diff, cannot be opened or read\n"
+        "  5    a refresh found no category; the former ones are kept\n"
+        "  7    the --output or --report file cannot be written\n"
+        "  130  stopped by Ctrl-C; what was found is still written\n");
 }
 
 CommandOptions::CommandOptions(const QString& command, const QString& description) : m_command(command) {
@@ -124,8 +125,8 @@ std::optional<int> CommandOptions::Parse(const QStringList& arguments) {
         return ExitBadArguments;
     }
     if (positionals.size() < m_positionals.size()) {
-        Err() << prefix << "missing " << m_positionals.at(positionals.size()) << "\nSee marquill-cli " << m_command
-              << " --help\n";
+        Err() << prefix << "missing " << m_positionals.at(positionals.size()) << "\nSee marquill-cli "
+              << m_command << " --help\n";
         return ExitBadArguments;
     }
     for (const QString& name : std::as_const(m_required)) {

@@ -50,7 +50,8 @@ QByteArray FormatWords(OutputFormat format, const std::vector<ResultRow>& rows, 
     if (format == OutputFormat::Json) {
         QJsonArray words;
         for (const ResultRow& row : rows) {
-            QJsonObject word{{QStringLiteral("word"), row.word}, {QStringLiteral("count"), row.count.toLongLong()}};
+            QJsonObject word{{QStringLiteral("word"), row.word},
+                             {QStringLiteral("count"), row.count.toLongLong()}};
             if (row.titles >= 0)
                 word.insert(QStringLiteral("titles"), row.titles);
             words.append(word);
@@ -62,7 +63,8 @@ QByteArray FormatWords(OutputFormat format, const std::vector<ResultRow>& rows, 
     QString text;
     for (const ResultRow& row : rows) {
         const QChar separator = format == OutputFormat::Csv ? u',' : u'\t';
-        text += (format == OutputFormat::Csv ? CsvField(row.word) : TsvField(row.word)) + separator + row.count;
+        text +=
+            (format == OutputFormat::Csv ? CsvField(row.word) : TsvField(row.word)) + separator + row.count;
         if (row.titles >= 0)
             text += separator + QString::number(row.titles);
         text += u'\n';

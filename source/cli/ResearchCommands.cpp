@@ -29,9 +29,10 @@ namespace {
 
 void AddExclusionOptions(CommandOptions& options) {
     options.AddData();
-    options.Add({QStringLiteral("exclude"),
-                 QStringLiteral("The exclusion list to count with (default: exclude.dat of the data folder)."),
-                 QStringLiteral("FILE")});
+    options.Add(
+        {QStringLiteral("exclude"),
+         QStringLiteral("The exclusion list to count with (default: exclude.dat of the data folder)."),
+         QStringLiteral("FILE")});
     options.Add({QStringLiteral("locale"),
                  QStringLiteral("Locale of the numeric rules (default: the one the titles were kept under)."),
                  QStringLiteral("NAME")});
@@ -81,9 +82,10 @@ void Refuse(const QString& command, const QString& path, const QString& why) {
 }
 
 // A snapshot's locale, unless --locale chose one. False after saying why.
-bool ApplySnapshotLocale(const CommandOptions& options, const TitleSnapshot& snapshot, const QString& command) {
-    const QString name = options.IsSet(QStringLiteral("locale")) ? options.Value(QStringLiteral("locale"))
-                                                                 : snapshot.locale;
+bool ApplySnapshotLocale(const CommandOptions& options, const TitleSnapshot& snapshot,
+                         const QString& command) {
+    const QString name =
+        options.IsSet(QStringLiteral("locale")) ? options.Value(QStringLiteral("locale")) : snapshot.locale;
     if (name.isEmpty() || ApplyLocale(name))
         return true;
     Err() << "marquill-cli " << command << ": --locale must name a locale, such as en_US or en_GB\n";
@@ -111,9 +113,10 @@ QString Signed(qint64 value) {
 
 int RunRecountCommand(const QStringList& arguments) {
     const QString command = QStringLiteral("recount");
-    CommandOptions options(command, QStringLiteral("Counts the titles kept by search --save-titles again, by the "
-                                                   "search's rules and without loading a page, and prints the "
-                                                   "words as the search prints them."));
+    CommandOptions options(command,
+                           QStringLiteral("Counts the titles kept by search --save-titles again, by the "
+                                          "search's rules and without loading a page, and prints the "
+                                          "words as the search prints them."));
     options.AddPositional(QStringLiteral("FILE"), QStringLiteral("The titles kept by search --save-titles."));
     AddExclusionOptions(options);
     AddListOptions(options, QStringLiteral("csv, tsv or json, as search writes them."));
@@ -151,8 +154,8 @@ int RunRecountCommand(const QStringList& arguments) {
     research.End();
     if (!options.IsSet(QStringLiteral("quiet")))
         Err() << "Recounted " << HarvestState.AuctionsScanned << " titles of " << snapshot->site << ", "
-              << snapshot->node << "\nKeywords found: " << NumericLocale().toString(HarvestState.KeywordsFound)
-              << '\n'
+              << snapshot->node
+              << "\nKeywords found: " << NumericLocale().toString(HarvestState.KeywordsFound) << '\n'
               << Qt::flush;
     const QJsonObject about{
         {QStringLiteral("site"), snapshot->site},
@@ -163,8 +166,9 @@ int RunRecountCommand(const QStringList& arguments) {
         {QStringLiteral("time"), snapshot->time.toString(Qt::ISODate)},
     };
     bool written = output.Write(FormatWords(*format, research.Rows(), about, research.ListName()));
-    written = research.WriteFiles(snapshot->site, snapshot->node, snapshot->time, HarvestState.AuctionsScanned) &&
-              written;
+    written =
+        research.WriteFiles(snapshot->site, snapshot->node, snapshot->time, HarvestState.AuctionsScanned) &&
+        written;
     return written ? ExitOk : ExitCannotWrite;
 }
 
@@ -177,7 +181,8 @@ struct DiffSide {
     QString name;
 };
 
-std::optional<DiffSide> ReadSide(const CommandOptions& options, const QString& path, const QString& exclusions) {
+std::optional<DiffSide> ReadSide(const CommandOptions& options, const QString& path,
+                                 const QString& exclusions) {
     const QString command = QStringLiteral("diff");
     const std::optional<QByteArray> bytes = ReadInput(path, command);
     if (!bytes)
@@ -234,8 +239,9 @@ QByteArray FormatDiff(OutputFormat format, const std::vector<DiffRow>& rows, con
     QString text;
     for (const DiffRow& row : rows) {
         text += (format == OutputFormat::Csv ? CsvField(row.word) : TsvField(row.word));
-        for (const QString& field : {WordChangeName(row.change), rank(row.rankA), QString::number(row.countA),
-                                     rank(row.rankB), QString::number(row.countB), Signed(row.countB - row.countA)})
+        for (const QString& field :
+             {WordChangeName(row.change), rank(row.rankA), QString::number(row.countA), rank(row.rankB),
+              QString::number(row.countB), Signed(row.countB - row.countA)})
             text += separator + field;
         text += u'\n';
     }
@@ -247,13 +253,13 @@ QByteArray FormatDiff(OutputFormat format, const std::vector<DiffRow>& rows, con
 int RunDiffCommand(const QStringList& arguments) {
     const QString command = QStringLiteral("diff");
     CommandOptions options(
-        command,
-        QStringLiteral("Compares two word lists (search's csv or json, or the window's results file) or two "
-                       "sets of titles kept by search --save-titles, counted again with today's exclusion "
-                       "list. One line per word: word, change, rank and count in A, rank and count in B, "
-                       "difference. Words that rose come first (the largest rise first), then those that fell "
-                       "(the largest fall first), the new ones (in B's order), the gone ones (in A's order), "
-                       "and those that stayed (in B's order)."));
+        command, QStringLiteral(
+                     "Compares two word lists (search's csv or json, or the window's results file) or two "
+                     "sets of titles kept by search --save-titles, counted again with today's exclusion "
+                     "list. One line per word: word, change, rank and count in A, rank and count in B, "
+                     "difference. Words that rose come first (the largest rise first), then those that fell "
+                     "(the largest fall first), the new ones (in B's order), the gone ones (in A's order), "
+                     "and those that stayed (in B's order)."));
     options.AddPositional(QStringLiteral("A"), QStringLiteral("The earlier list or kept titles."));
     options.AddPositional(QStringLiteral("B"), QStringLiteral("The later list or kept titles."));
     AddExclusionOptions(options);
@@ -309,8 +315,9 @@ int RunDiffCommand(const QStringList& arguments) {
                             Signed(changed[i]->countB - changed[i]->countA)});
         const QString title = b->snapshot ? ChartTitle(b->snapshot->site, b->snapshot->node)
                                           : QStringLiteral("%1 → %2").arg(a->name, b->name);
-        const QString subtitle =
-            QStringLiteral("The %1 largest changes, %2 → %3").arg(bars.size()).arg(SideText(*a), SideText(*b));
+        const QString subtitle = QStringLiteral("The %1 largest changes, %2 → %3")
+                                     .arg(bars.size())
+                                     .arg(SideText(*a), SideText(*b));
         written = WriteChart(command, chart, title, subtitle, bars) && written;
     }
     return written ? ExitOk : ExitCannotWrite;
@@ -387,16 +394,18 @@ QByteArray FormatComparison(OutputFormat format, const std::vector<SiteRow>& row
 int RunCompareCommand(const QStringList& arguments) {
     const QString command = QStringLiteral("compare");
     CommandOptions options(
-        command, QStringLiteral("Searches the same category on both sites and prints one line per word: word, "
-                                "count on the US site, its share of that site's total count in percent, then the "
-                                "same for the UK site; the words of the largest shares together first."));
-    options.Add({QStringLiteral("node"),
-                 QStringLiteral("The node to search on both sites: its FullPath, levels joined by ~ (required)."),
-                 QStringLiteral("PATH")},
-                true);
+        command,
+        QStringLiteral("Searches the same category on both sites and prints one line per word: word, "
+                       "count on the US site, its share of that site's total count in percent, then the "
+                       "same for the UK site; the words of the largest shares together first."));
+    options.Add(
+        {QStringLiteral("node"),
+         QStringLiteral("The node to search on both sites: its FullPath, levels joined by ~ (required)."),
+         QStringLiteral("PATH")},
+        true);
     options.Add({QStringLiteral("auctions"),
-                 QStringLiteral("Auction limit on each site: a number from 1 (default 2000)."), QStringLiteral("N"),
-                 QStringLiteral("2000")});
+                 QStringLiteral("Auction limit on each site: a number from 1 (default 2000)."),
+                 QStringLiteral("N"), QStringLiteral("2000")});
     options.AddData();
     options.AddProxy();
     options.Add({QStringLiteral("locale"), QStringLiteral("Locale of the numeric rules, as for search."),

@@ -51,7 +51,8 @@ std::optional<int> ResearchOutput::Read(const CommandOptions& options, const QSt
     return std::nullopt;
 }
 
-HarvestObserver* ResearchOutput::Begin(const TitleSnapshot& header, std::function<QString(const QString&)> nodeOfUrl,
+HarvestObserver* ResearchOutput::Begin(const TitleSnapshot& header,
+                                       std::function<QString(const QString&)> nodeOfUrl,
                                        HarvestObserver* run) {
     Begin();
     if (!m_snapshotFile)
@@ -87,7 +88,8 @@ QString ResearchOutput::ListName() const {
     return m_phrases ? QStringLiteral("phrases") : QStringLiteral("words");
 }
 
-bool ResearchOutput::WriteFiles(const QString& site, const QString& node, const QDateTime& time, qint64 auctions) {
+bool ResearchOutput::WriteFiles(const QString& site, const QString& node, const QDateTime& time,
+                                qint64 auctions) {
     bool written = !m_snapshotFile || m_snapshotFile->Write(SnapshotToJsonLines(m_snapshot));
     if (m_chart.isEmpty())
         return written;
@@ -96,19 +98,21 @@ bool ResearchOutput::WriteFiles(const QString& site, const QString& node, const 
     for (size_t i = 0; i < rows.size() && i < ChartBars; ++i)
         bars.push_back({rows[i].word, rows[i].count.toDouble(), rows[i].count});
     const QString what = QStringLiteral("Top %1 %2").arg(bars.size()).arg(ListName());
-    return WriteChart(m_command, m_chart, ChartTitle(site, node), ChartSubtitle(what, auctions, time), bars) &&
+    return WriteChart(m_command, m_chart, ChartTitle(site, node), ChartSubtitle(what, auctions, time),
+                      bars) &&
            written;
 }
 
 QString ChartTitle(const QString& site, const QString& node) {
-    QString shown = node;
-    shown.replace(u'~', QStringLiteral(" › "));
-    return site + QStringLiteral(": ") + shown;
+    // The root's text is the same for every node and says nothing.
+    const QString shown = node.section(u'~', 1).replace(u'~', QStringLiteral(" › "));
+    return site + QStringLiteral(": ") + (shown.isEmpty() ? QStringLiteral("All Categories") : shown);
 }
 
 QString ChartSubtitle(const QString& what, qint64 auctions, const QDateTime& time) {
     return QStringLiteral("%1 of %2 auctions, %3")
-        .arg(what, QString::number(auctions), time.toLocalTime().toString(QStringLiteral("d MMM yyyy, HH:mm")));
+        .arg(what, QString::number(auctions),
+             time.toLocalTime().toString(QStringLiteral("d MMM yyyy, HH:mm")));
 }
 
 bool WriteChart(const QString& command, const QString& path, const QString& title, const QString& subtitle,

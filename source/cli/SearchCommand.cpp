@@ -155,8 +155,13 @@ int RunSearchCommand(const QStringList& arguments) {
         if (prefetch)
             prefetch->SetUpcoming(urls);
     });
-    TitleSnapshot header{request.site, node->FullPath(), request.maxAuctions, QDateTime::currentDateTimeUtc(),
-                         QCoreApplication::applicationVersion(), NumericLocale().name(), {}};
+    TitleSnapshot header{request.site,
+                         node->FullPath(),
+                         request.maxAuctions,
+                         QDateTime::currentDateTimeUtc(),
+                         QCoreApplication::applicationVersion(),
+                         NumericLocale().name(),
+                         {}};
     QHash<QString, QString> nodeOfUrl;
     for (const CategoryNode* each : tree->NodesInOrder())
         nodeOfUrl.insert(PrepareListingUrl(each->Key()), each->FullPath());
@@ -200,7 +205,8 @@ int RunSearchCommand(const QStringList& arguments) {
         {QStringLiteral("health"), healthJson},
     };
     bool written = output.Write(FormatWords(request.format, research.Rows(), about, research.ListName()));
-    written = research.WriteFiles(request.site, HarvestState.SelectedPath, header.time, HarvestState.AuctionsScanned) &&
+    written = research.WriteFiles(request.site, HarvestState.SelectedPath, header.time,
+                                  HarvestState.AuctionsScanned) &&
               written;
     if (report)
         written = report->Write(QJsonDocument(healthJson).toJson(QJsonDocument::Indented)) && written;

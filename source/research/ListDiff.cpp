@@ -169,7 +169,8 @@ std::vector<SiteRow> CompareSites(const std::vector<ResultRow>& a, const std::ve
         if (index.contains(row.word))
             continue;
         index.insert(row.word, rows.size());
-        rows.push_back({row.word, row.count.toLongLong(), 100.0 * double(row.count.toLongLong()) / totalA, 0, 0});
+        rows.push_back(
+            {row.word, row.count.toLongLong(), 100.0 * double(row.count.toLongLong()) / totalA, 0, 0});
     }
     for (const ResultRow& row : b) {
         const auto found = index.constFind(row.word);
@@ -186,7 +187,8 @@ std::vector<SiteRow> CompareSites(const std::vector<ResultRow>& a, const std::ve
             site->shareB = 100.0 * double(site->countB) / totalB;
         }
     }
-    std::stable_sort(rows.begin(), rows.end(),
-                     [](const SiteRow& x, const SiteRow& y) { return x.shareA + x.shareB > y.shareA + y.shareB; });
+    std::stable_sort(rows.begin(), rows.end(), [](const SiteRow& x, const SiteRow& y) {
+        return x.shareA + x.shareB > y.shareA + y.shareB;
+    });
     return rows;
 }

@@ -37,8 +37,8 @@ void ShareTally::PieceTallied(qsizetype column) {
         qsizetype entry = m_phrases.Find(upper);
         if (entry > 0) {
             const qint64 count = m_phrases.Count(entry).toLongLong() + 1;
-            m_phrases.SetCount(entry,
-                               QString::number(std::min<qint64>(count, std::numeric_limits<std::int32_t>::max())));
+            m_phrases.SetCount(
+                entry, QString::number(std::min<qint64>(count, std::numeric_limits<std::int32_t>::max())));
         } else {
             entry = m_phrases.Add(phrase, upper);
         }

@@ -15,7 +15,8 @@ QByteArray Line(const QJsonObject& object) {
 }
 
 const QRegularExpression& PageKey() {
-    static const QRegularExpression key(QStringLiteral("QQlopgZ(\\d+)"), QRegularExpression::CaseInsensitiveOption);
+    static const QRegularExpression key(QStringLiteral("QQlopgZ(\\d+)"),
+                                        QRegularExpression::CaseInsensitiveOption);
     return key;
 }
 
@@ -26,7 +27,8 @@ QByteArray SnapshotToJsonLines(const TitleSnapshot& snapshot) {
         {QStringLiteral("kind"), SnapshotKind},
         {QStringLiteral("site"), snapshot.site},
         {QStringLiteral("node"), snapshot.node},
-        {QStringLiteral("limit"), snapshot.limit == NoAuctionLimit ? QJsonValue() : QJsonValue(snapshot.limit)},
+        {QStringLiteral("limit"),
+         snapshot.limit == NoAuctionLimit ? QJsonValue() : QJsonValue(snapshot.limit)},
         {QStringLiteral("time"), snapshot.time.toUTC().toString(Qt::ISODate)},
         {QStringLiteral("version"), snapshot.version},
         {QStringLiteral("locale"), snapshot.locale},
@@ -71,7 +73,8 @@ std::optional<TitleSnapshot> ReadSnapshot(const QByteArray& bytes, QString& erro
             snapshot.node = object.value(QStringLiteral("node")).toString();
             const QJsonValue limit = object.value(QStringLiteral("limit"));
             snapshot.limit = limit.isDouble() ? std::int32_t(limit.toInteger()) : NoAuctionLimit;
-            snapshot.time = QDateTime::fromString(object.value(QStringLiteral("time")).toString(), Qt::ISODate);
+            snapshot.time =
+                QDateTime::fromString(object.value(QStringLiteral("time")).toString(), Qt::ISODate);
             snapshot.version = object.value(QStringLiteral("version")).toString();
             snapshot.locale = object.value(QStringLiteral("locale")).toString();
             header = false;
