@@ -12,16 +12,19 @@
 class tst_Research : public QObject {
     Q_OBJECT
 private Q_SLOTS:
+    void initTestCase() { m_run.SetUp(); }
     void recountGivesTheSearchByteForByte();
+    void compareSetsTheSearchesSideBySide();
     void phrasesAndSharesFollowTheTally();
     void diffOrdersTheFourChanges();
     void chartIsAPicture();
+
+private:
+    CliFixture m_run;
 };
 
 void tst_Research::recountGivesTheSearchByteForByte() {
-    CliFixture fixture;
-    fixture.SetUp();
-    const QString dir = fixture.dir.path();
+    const QString dir = m_run.dir.path();
     struct Case {
         QStringList node;
         QSet<int> pages;
@@ -34,12 +37,20 @@ void tst_Research::recountGivesTheSearchByteForByte() {
     for (const Case& run : cases) {
         const QString titles = dir + "/titles.jsonl";
         const Run search = runCli(QStringList{"search", "--quiet", "--save-titles", titles, "--node"} +
-                                  run.node + fixture.Common());
+                                  run.node + m_run.Common());
         QCOMPARE(search.exitCode, 0);
         verifyList(search.out);
         const Run recount = runCli({"recount", titles, "--data", dir, "--quiet"});
         QCOMPARE(recount.exitCode, 0);
         QCOMPARE(recount.out, search.out);
+        // The titles column beside the same counts: never more titles than occurrences.
+        const Rows shares =
+            readCsv(QString::fromUtf8(runCli({"recount", titles, "--data", dir, "--titles-column"}).out));
+        const Rows words = readCsv(QString::fromUtf8(search.out));
+        QCOMPARE(shares.size(), words.size());
+        for (qsizetype i = 0; i < words.size(); ++i)
+            QVERIFY(shares[i].mid(0, 2) == words[i] && shares[i][2].toInt() >= 1 &&
+                    shares[i][2].toInt() <= words[i][1].toInt());
         QFile file(titles);
         QVERIFY(file.open(QIODevice::ReadOnly));
         QString error;
@@ -52,6 +63,38 @@ void tst_Research::recountGivesTheSearchByteForByte() {
         if (run.titles)
             QCOMPARE(qsizetype(snapshot->titles.size()), run.titles);
     }
+}
+
+void tst_Research::compareSetsTheSearchesSideBySide() {
+    const QString dir = m_run.dir.path();
+    writeCatalogue(dir, UKSiteLabel, m_run.site->catalogue(UKSiteLabel));
+    const QString proxy = m_run.site->proxyUrl().toString();
+    const QString node = "Select Category~Antiques~Antiquities";
+    const QStringList common{"--node", node, "--auctions", "40", "--data", dir, "--proxy", proxy, "--quiet"};
+    const Run compare = runCli(QStringList{"compare", "--format", "json"} + common);
+    QCOMPARE(compare.exitCode, 0);
+    // Each side is the site's own search, as a process of its own would count it.
+    for (const QString& site : {USSiteLabel, UKSiteLabel}) {
+        const QString side = site == USSiteLabel ? "us" : "uk";
+        QHash<QString, qint64> counts;
+        qint64 total = 0;
+        for (const QStringList& row :
+             rowsOf(runCli(QStringList{"search", "--site", site, "--format", "json"} + common).json())) {
+            counts.insert(row[0], row[1].toLongLong());
+            total += row[1].toLongLong();
+        }
+        QVERIFY(total > 0);
+        double shares = 0;
+        for (const QJsonValue word : compare.json()["words"].toArray()) {
+            QCOMPARE(word[side + "_count"].toInteger(), counts.take(word["word"].toString()));
+            shares += word[side + "_share"].toDouble();
+        }
+        QVERIFY(counts.isEmpty());
+        QVERIFY(qAbs(shares - 100) < 0.5);
+    }
+    const Run missing = runCli({"compare", "--node", AsianAntiques, "--data", dir, "--proxy", proxy});
+    QCOMPARE(missing.exitCode, 2);
+    QVERIFY(missing.err.contains("ebay.co.uk"));
 }
 
 void tst_Research::phrasesAndSharesFollowTheTally() {
