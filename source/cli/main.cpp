@@ -2,7 +2,9 @@
 // program from outside.
 //   marquill-cli search --site SITE --node PATH [--auctions N|none] [--data DIR] [--proxy URL]
 //   marquill-cli tree --site SITE [--data DIR]
-//   marquill-cli refresh --site SITE [--data DIR] [--proxy URL]
+//   marquill-cli refresh --site SITE [--data DIR] [--proxy URL] [--report FILE]
+//   marquill-cli restore [--data DIR]
+#include "CategoryBackup.h"
 #include "CategoryCatalogue.h"
 #include "CategoryTree.h"
 #include "HostHooks.h"
@@ -17,6 +19,7 @@
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDir>
+#include <QFile>
 #include <QSocketNotifier>
 #include <QTextStream>
 #include <QUrl>
@@ -31,7 +34,8 @@ enum ExitStatus {
     ExitBadArguments = 2,
     ExitOffline = 3,
     ExitCannotOpen = 4,
-    ExitNothingFound = 5
+    ExitNothingFound = 5,
+    ExitFinishedWithFailures = 6
 };
 
 QTextStream& err() {
@@ -97,8 +101,23 @@ bool applyCommonOptions(const QCommandLineParser& parser, QString& site) {
     return true;
 }
 
+QString categoryFilePath() {
+    return ProgramFolder() + u'/' + CategoryFileName;
+}
+
+// A refresh that never reached its end (killed, or its machine gone) has left its mark.
+void warnOfUnfinishedRefresh() {
+    if (LastRefreshUnfinished(categoryFilePath()))
+        err() << "The last refresh of " << QDir::toNativeSeparators(categoryFilePath())
+              << " did not finish; its categories may be partial. To put back the file from before it: "
+                 "marquill-cli restore --data "
+              << QDir::toNativeSeparators(ProgramFolder()) << '\n'
+              << Qt::flush;
+}
+
 // Opens the category file and fills the tree, as the main window does at start-up.
 bool loadTree() {
+    warnOfUnfinishedRefresh();
     LoadCategories();
     const auto tree = CurrentCategoryTree();
     return tree && tree->Root();
@@ -170,19 +189,48 @@ int runRefresh(const QCommandLineParser& parser) {
     if (!applyCommonOptions(parser, site))
         return ExitBadArguments;
     // The refresh saves into the file that the tree is read from.
-    CategoryStore.CategoryFilePath = ProgramFolder() + u'/' + CategoryFileName;
+    CategoryStore.CategoryFilePath = categoryFilePath();
+    warnOfUnfinishedRefresh();
     installStop();
     const RefreshResult result = RefreshCategories();
-    err() << "\rTotal Found: " << result.MainCount << " (" << result.SubCount << ")\n" << Qt::flush;
-    switch (result.Outcome) {
-    case RefreshOutcome::CannotOpen:
-        return ExitCannotOpen;
-    case RefreshOutcome::NothingFound:
-        return ExitNothingFound;
-    case RefreshOutcome::Completed:
-    case RefreshOutcome::Stopped:
-        break;
+    err() << "\rTotal Found: " << result.MainCount << " (" << result.SubCount << ")\n";
+    for (const FailedPage& page : result.FailedPages)
+        err() << "failed: " << FailedPageText(page) << '\n';
+    if (result.Outcome == RefreshOutcome::Stopped || result.SaveFailed)
+        err() << "The categories of " << site
+              << " are partial. To put back the file from before this refresh: "
+              << "marquill-cli restore --data " << QDir::toNativeSeparators(ProgramFolder()) << '\n';
+    err() << Qt::flush;
+    if (parser.isSet(QStringLiteral("report"))) {
+        QFile report(parser.value(QStringLiteral("report")));
+        if (!report.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
+            report.write(RefreshReportJson(result, site)) < 0 || !report.flush()) {
+            err() << "marquill-cli: cannot write the report " << report.fileName() << '\n';
+            return ExitBadArguments;
+        }
     }
+    // Nothing found keeps the former entries, a narrower answer than a failure; a refused save or a
+    // bound leaves the file short of the site, like a page that did not load.
+    if (result.Outcome == RefreshOutcome::CannotOpen)
+        return ExitCannotOpen;
+    if (result.SaveFailed || result.Outcome == RefreshOutcome::Limited)
+        return ExitFinishedWithFailures;
+    if (result.Outcome == RefreshOutcome::NothingFound)
+        return ExitNothingFound;
+    return result.FailedPages.empty() ? ExitOk : ExitFinishedWithFailures;
+}
+
+int runRestore(const QCommandLineParser& parser) {
+    SetProgramFolder(QDir(parser.isSet(QStringLiteral("data")) ? parser.value(QStringLiteral("data"))
+                                                               : QCoreApplication::applicationDirPath())
+                         .absolutePath());
+    QString error;
+    if (!RestoreCategoryFile(categoryFilePath(), error)) {
+        err() << error << '\n';
+        return ExitCannotOpen;
+    }
+    err() << "Restored " << QDir::toNativeSeparators(categoryFilePath()) << " from "
+          << QDir::toNativeSeparators(CategoryBackupPath(categoryFilePath())) << '\n';
     return ExitOk;
 }
 
@@ -218,6 +266,12 @@ int main(int argc, char** argv) {
     } else if (command == u"refresh") {
         parser.setApplicationDescription(QStringLiteral("Crawls the site's category pages into aeurl.xml."));
         parser.addOption(proxyOption);
+        parser.addOption({QStringLiteral("report"),
+                          QStringLiteral("Write the refresh's report, JSON, to FILE."),
+                          QStringLiteral("FILE")});
+    } else if (command == u"restore") {
+        parser.setApplicationDescription(
+            QStringLiteral("Puts back aeurl.xml as it was before the last refresh, from aeurl.xml.bak."));
     } else if (command == u"tree") {
         parser.setApplicationDescription(QStringLiteral("Prints the category tree: FullPath, tab, key."));
     } else {
@@ -226,7 +280,8 @@ int main(int argc, char** argv) {
         usage << "usage: marquill-cli search --site SITE --node PATH [--auctions N|none] [--data DIR] "
                  "[--proxy URL]\n"
                  "       marquill-cli tree --site SITE [--data DIR]\n"
-                 "       marquill-cli refresh --site SITE [--data DIR] [--proxy URL]\n"
+                 "       marquill-cli refresh --site SITE [--data DIR] [--proxy URL] [--report FILE]\n"
+                 "       marquill-cli restore [--data DIR]\n"
                  "       marquill-cli COMMAND --help\n";
         return help ? ExitOk : ExitBadArguments;
     }
@@ -240,6 +295,8 @@ int main(int argc, char** argv) {
         QTextStream(stdout) << parser.helpText();
         return ExitOk;
     }
+    if (command == u"restore" && parser.positionalArguments().isEmpty() && !parser.isSet(siteOption))
+        return runRestore(parser);
     if (!parser.positionalArguments().isEmpty() || !parser.isSet(siteOption) ||
         (command == u"search" && !parser.isSet(QStringLiteral("node")))) {
         err() << "marquill-cli: missing or unexpected arguments; see marquill-cli " << command << " --help\n";

@@ -14,8 +14,10 @@
 #include <QNetworkProxy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <csignal>
 #include <functional>
 #include <memory>
+#include <sys/resource.h>
 
 namespace {
 
@@ -97,6 +99,7 @@ private Q_SLOTS:
     void nothingFoundPutsTheFormerEntriesBack();
     void stopDuringTheIndexWalkKeepsWhatWasFound();
     void stopDuringACategoryWalkKeepsWhatWasFound();
+    void boundsAndRefusedSavesEndTheCrawl();
     void unopenableFileCrawlsNothing();
     void fullRefreshOfBothSitesGivesTheSampleSitesCatalogue();
 
@@ -144,6 +147,7 @@ void tst_modRetreiver::init() {
     m_stopWhen = nullptr;
     m_stops = 0;
     m_savesAtStop = -1;
+    RefreshBounds() = CrawlBounds();
 
     Hooks().SiteLabel = [this] { return m_site; };
     Hooks().SetMainTotalCaption = [this](const QString& caption) { m_captions << caption; };
@@ -175,6 +179,7 @@ void tst_modRetreiver::cleanup() {
     QDir(m_dir.path()).removeRecursively();
     QDir().mkpath(m_dir.path());
     SetProgramFolder(QString());
+    SetCategorySaveObserver(nullptr);
     ResetHooks();
 }
 
@@ -295,7 +300,9 @@ void tst_modRetreiver::storedPagesGiveOnlyTheEntriesThatPass() {
             "Select Category~Dolls~Porcelain\thttp://listings.ebay.com/Dolls-Porcelain_W0QQsacatZ202") +
             sfx,
         QStringLiteral("Select Category~Gift\t") + GiftsUrl,
-        QStringLiteral("Select Category~Gift~Cards\thttp://listings.ebay.com/Gifts-Cards_W0QQsacatZ401") +
+        // The link's escape reaches the file as the page wrote it; the name loses the euro sign.
+        QStringLiteral(
+            "Select Category~Gift~Cards ?\thttp://listings.ebay.com/Gifts-Cards-%E2%82%AC_W0QQsacatZ401") +
             sfx,
         QStringLiteral("Select Category~Oddments\thttp://listings.ebay.com/Odd_W0QQsacatZ500"),
     };
@@ -308,8 +315,12 @@ void tst_modRetreiver::storedPagesGiveOnlyTheEntriesThatPass() {
     LoadCategories();
     QCOMPARE(Listing(CurrentCategoryTree()), expected);
 
-    // The index page once, each main category's page once (the fourth has no stored page).
+    // The index page once, each main category's page once; the fourth has no stored page, which
+    // is a failure, not a page without sub-categories.
     QCOMPARE(m_files->StartCount(), 5);
+    QCOMPARE(result.FailedPages.size(), size_t(1));
+    QCOMPARE(result.FailedPages[0].Url, QStringLiteral("http://listings.ebay.com/Odd_W0QQsacatZ500"));
+    QVERIFY(!result.FailedPages[0].IsIndex);
     QVERIFY(m_messages.isEmpty());
     QCOMPARE(m_stopCaption, QStringLiteral("Stop Refresh"));
     QVERIFY(!m_feedbackVisible);
@@ -339,6 +350,7 @@ void tst_modRetreiver::otherSitesEntriesStayInFront() {
         QStringLiteral("ebay.com:Gift"),       QStringLiteral("ebay.com:Oddments"),
     };
     QCOMPARE(SiteEntries(m_path), expected);
+    QCOMPARE(ReadAll(m_path + QStringLiteral(".bak")), MixedFile());
 
     // A refresh of the other site leaves these entries where they are.
     m_site = UKSiteLabel;
@@ -355,14 +367,19 @@ void tst_modRetreiver::otherSitesEntriesStayInFront() {
 void tst_modRetreiver::nothingFoundPutsTheFormerEntriesBack_data() {
     QTest::addColumn<QString>("indexPage");
     QTest::addColumn<bool>("stopAtFirstYield");
-    QTest::newRow("no connection") << QString() << false;
-    QTest::newRow("another layout") << StoredPage("base.htm") << false;
-    QTest::newRow("stop before the first find") << StoredPage("refresh_index.htm") << true;
+    QTest::addColumn<int>("seeAllBound");
+    QTest::newRow("no connection") << QString() << false << 0;
+    QTest::newRow("another layout") << StoredPage("base.htm") << false << 0;
+    QTest::newRow("stop before the first find") << StoredPage("refresh_index.htm") << true << 0;
+    QTest::newRow("more See-all links than a refresh takes") << StoredPage("refresh_index.htm") << false << 3;
 }
 
 void tst_modRetreiver::nothingFoundPutsTheFormerEntriesBack() {
     QFETCH(QString, indexPage);
     QFETCH(bool, stopAtFirstYield);
+    QFETCH(int, seeAllBound);
+    if (seeAllBound > 0)
+        RefreshBounds().SeeAllLinks = seeAllBound;
     WriteFile(MixedFile());
     // The file as every open writes it; the refresh must leave exactly this.
     QVERIFY(OpenCategoryFile(m_path, CategoryRootName));
@@ -379,12 +396,16 @@ void tst_modRetreiver::nothingFoundPutsTheFormerEntriesBack() {
 
     const RefreshResult result = RefreshCategories();
 
-    QCOMPARE(result.Outcome, RefreshOutcome::NothingFound);
+    QCOMPARE(result.Outcome, seeAllBound ? RefreshOutcome::Limited : RefreshOutcome::NothingFound);
     QCOMPARE(result.MainCount, 0);
+    QCOMPARE(result.FailedPages.size(), size_t(indexPage.isEmpty() ? 1 : 0));
     QCOMPARE(ReadAll(m_path), before);
-    QCOMPARE(m_messages,
-             QStringList(QStringLiteral("No categories were found at http://listings.ebay.com/; the former "
-                                        "categories are kept.|0|")));
+    QCOMPARE(
+        m_messages,
+        QStringList((seeAllBound ? QStringLiteral("The page http://listings.ebay.com/ has more than 3 "
+                                                  "\"See all\" links, more than a refresh takes")
+                                 : QStringLiteral("No categories were found at http://listings.ebay.com/")) +
+                    QStringLiteral("; the former categories are kept.|0|")));
     const QStringList expected{
         QStringLiteral("Select Category\tRoot"),
         QStringLiteral("Select Category~Old Coins\thttp://listings.ebay.com/Coins"),
@@ -454,6 +475,38 @@ void tst_modRetreiver::stopDuringACategoryWalkKeepsWhatWasFound() {
     QCOMPARE(m_files->StartCount(), 2);
 }
 
+void tst_modRetreiver::boundsAndRefusedSavesEndTheCrawl() {
+    AddStoredPages();
+    RefreshBounds().Finds = 3;
+    RefreshResult result = RefreshCategories();
+    QCOMPARE(result.Outcome, RefreshOutcome::Limited);
+    QCOMPARE(result.MainCount + result.SubCount, 3);
+    QCOMPARE(m_messages.last(),
+             QStringLiteral("The refresh ended after 3 categories, the most one refresh takes; the "
+                            "categories found so far are kept.|0|"));
+    QCOMPARE(Listing(CurrentCategoryTree()).size(), 1 + 3);
+
+    // A disk that takes no more than those three finds (and their backup): they are kept, the refused
+    // fourth is neither shown nor counted, and the crawl ends there.
+    RefreshBounds() = CrawlBounds();
+    m_captions.clear();
+    struct rlimit former {};
+    QCOMPARE(getrlimit(RLIMIT_FSIZE, &former), 0);
+    const auto formerHandler = std::signal(SIGXFSZ, SIG_IGN);
+    struct rlimit tight = former;
+    tight.rlim_cur = rlim_t(ReadAll(m_path).size());
+    QCOMPARE(setrlimit(RLIMIT_FSIZE, &tight), 0);
+    result = RefreshCategories();
+    setrlimit(RLIMIT_FSIZE, &former);
+    std::signal(SIGXFSZ, formerHandler);
+    QVERIFY(result.SaveFailed);
+    QCOMPARE(result.MainCount + result.SubCount, 3);
+    QVERIFY(m_messages.last().startsWith(QStringLiteral("Cannot save ") + m_path));
+    QCOMPARE(m_captions.size(), 1 + result.MainCount + result.SubCount);
+    LoadCategories();
+    QCOMPARE(Listing(CurrentCategoryTree()).size(), 1 + result.MainCount + result.SubCount);
+}
+
 void tst_modRetreiver::unopenableFileCrawlsNothing() {
     QVERIFY(QDir().mkpath(m_path));
     AddStoredPages();
@@ -474,6 +527,13 @@ void tst_modRetreiver::fullRefreshOfBothSitesGivesTheSampleSitesCatalogue() {
     HttpPageSource::SetProxy(
         QNetworkProxy(QNetworkProxy::HttpProxy, QStringLiteral("127.0.0.1"), site.port()));
     WriteFile(MixedFile());
+    // Every save writes only what changed, yet leaves the bytes a whole serialisation would give.
+    int saves = 0;
+    int differing = 0;
+    SetCategorySaveObserver([&] {
+        ++saves;
+        differing += ReadAll(m_path) != SerializeCategoryDocument(*CategoryStore.XmlDocument);
+    });
 
     m_site = UKSiteLabel;
     const QStringList ukCatalogue = site.catalogue(UKSiteLabel);
@@ -492,6 +552,12 @@ void tst_modRetreiver::fullRefreshOfBothSitesGivesTheSampleSitesCatalogue() {
     QCOMPARE(m_captions.last(),
              QStringLiteral("Total Found: %1 (%2)").arg(result.MainCount).arg(result.SubCount));
 
+    // A second refresh removes the former entries one by one before it adds the new ones.
+    result = RefreshCategories();
+    QCOMPARE(Listing(CurrentCategoryTree()), usCatalogue);
+    QVERIFY(saves > 3 * (usCatalogue.size() - 1));
+    QCOMPARE(differing, 0);
+
     // Both sites' entries are in the file: the UK site reads back as it was refreshed.
     m_site = UKSiteLabel;
     LoadCategories();
@@ -501,7 +567,7 @@ void tst_modRetreiver::fullRefreshOfBothSitesGivesTheSampleSitesCatalogue() {
     // Each site's index page was read once, for the whole crawl.
     const QStringList log = site.requestLog();
     QCOMPARE(log.count(QStringLiteral("http://listings.ebay.co.uk/")), 1);
-    QCOMPARE(log.count(UsIndex), 1);
+    QCOMPARE(log.count(UsIndex), 2);
 }
 
 QTEST_GUILESS_MAIN(tst_modRetreiver)
