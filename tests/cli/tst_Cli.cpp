@@ -75,7 +75,6 @@ private Q_SLOTS:
     void exitStatuses();
     void interruptEndsTheSearchAndPrintsTheList();
     void refreshFillsTheFileFromTheSite();
-    void killedRefreshLeavesAPrefixOfTheFinds();
 
 private:
     QStringList common() const;
@@ -224,25 +223,6 @@ void tst_Cli::refreshFillsTheFileFromTheSite() {
     QVERIFY(none.err.contains(QStringLiteral("the former categories are kept")));
     QCOMPARE(runCli(QStringList{QStringLiteral("tree"), QStringLiteral("--site"), USSiteLabel} + args).out,
              m_catalogue);
-}
-
-void tst_Cli::killedRefreshLeavesAPrefixOfTheFinds() {
-    SiteSim slow({QStringLiteral("--latency"), QStringLiteral("30")});
-    QTemporaryDir data;
-    QProcess process;
-    process.start(QStringLiteral(MARQUILL_CLI),
-                  {QStringLiteral("refresh"), QStringLiteral("--site"), USSiteLabel, QStringLiteral("--data"),
-                   data.path(), QStringLiteral("--proxy"), slow.proxyUrl().toString()});
-    QByteArray err;
-    QTRY_VERIFY_WITH_TIMEOUT((err += process.readAllStandardError()).contains("Total Found: 3 ("), 60000);
-    process.kill();
-    QVERIFY(process.waitForFinished(10000));
-    const Run tree = runCli({QStringLiteral("tree"), QStringLiteral("--site"), USSiteLabel,
-                             QStringLiteral("--data"), data.path()});
-    QCOMPARE(tree.exitCode, 0);
-    QVERIFY(tree.out.size() > 3);
-    QCOMPARE(tree.out, m_catalogue.mid(0, tree.out.size()));
-    QVERIFY(!QFile::exists(data.filePath(QStringLiteral("aeurl.xml.unreadable"))));
 }
 
 QTEST_GUILESS_MAIN(tst_Cli)
