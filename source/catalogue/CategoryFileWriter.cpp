@@ -114,6 +114,9 @@ void CategoryFileWriter::Drop() {
     m_spareFd = -1;
     m_spareName.clear();
     m_spareValid = 0;
+    m_fileValid = 0;
+    m_fileDevice = 0;
+    m_fileInode = 0;
 }
 
 bool CategoryFileWriter::CreateSpare(const QByteArray& target) {
@@ -188,9 +191,6 @@ bool CategoryFileWriter::Write(const QString& target, const QByteArray& bytes) {
     if (name != m_target) {
         Drop();
         m_target = name;
-        m_fileDevice = 0;
-        m_fileInode = 0;
-        m_fileValid = 0;
     }
     bool spareVanished = false;
     if (WriteOnce(name, bytes, spareVanished))

@@ -36,7 +36,9 @@ public:
     void NoteChange(qsizetype from);
     // Makes bytes the content of target; false when the disk refused, target untouched then.
     bool Write(const QString& target, const QByteArray& bytes);
-    // Removes the kept temporary file; the next write starts afresh.
+    // Removes the kept temporary file and forgets the file in place: the next write starts afresh,
+    // and only a second one keeps a temporary file again (a document opened only to be read, as
+    // the window's, leaves none beside the file).
     void Drop();
 
 private:

@@ -1,3 +1,4 @@
+#include "CatalogueTree.h"
 #include "catalogue/CategoryCatalogue.h"
 #include "catalogue/modXML.h"
 #include "platform/HostHooks.h"
@@ -26,15 +27,6 @@ QByteArray Sub(const QByteArray& name, const QByteArray& url) {
 
 QByteArray File(const QByteArray& sites) {
     return R"(<?xml version="1.0" encoding= "ISO-8859-1"?><Categories>)" + sites + "</Categories>";
-}
-
-// Each node as its FullPath, a tab and its key, in tree order.
-QStringList Listing(const std::shared_ptr<CategoryTree>& tree) {
-    QStringList lines;
-    if (tree)
-        for (const CategoryNode* node : tree->NodesInOrder())
-            lines << node->FullPath() + QLatin1Char('\t') + node->Key();
-    return lines;
 }
 
 } // namespace
@@ -177,11 +169,11 @@ void tst_CategoryCatalogue::loadFillsTheSelectedSiteInFileOrder() {
         QStringLiteral("Select Category~Coins~Bullion\t"
                        "http://listings.ebay.com/Bullion_W0QQsacatZ39482QQsorecordsperpageZ50"),
     };
-    QCOMPARE(Listing(CurrentCategoryTree()), expected);
+    QCOMPARE(TreeLines(CurrentCategoryTree()), expected);
 
     m_site = UKSiteLabel;
     ReloadCategoryTree();
-    QCOMPARE(Listing(CurrentCategoryTree()).size(), 1 + 1 + 1 + 1);
+    QCOMPARE(TreeLines(CurrentCategoryTree()).size(), 1 + 1 + 1 + 1);
     QCOMPARE(CurrentCategoryTree()->Root()->Child()->Next()->Text(), QStringLiteral("Stamps"));
     QCOMPARE(CurrentCategoryTree()->Root()->Child()->Next()->Children(), 0);
 }
@@ -191,14 +183,14 @@ void tst_CategoryCatalogue::siteWithoutEntriesGivesTheRootAlone() {
                    "<ebay.com></ebay.com><ebay.com>\n \n</ebay.com>" +
                    "<EBAY.COM><MainItem>Upper</MainItem><MainURL>http://upper/</MainURL></EBAY.COM>"));
     LoadCategories();
-    QCOMPARE(Listing(CurrentCategoryTree()), QStringList{QStringLiteral("Select Category\tRoot")});
+    QCOMPARE(TreeLines(CurrentCategoryTree()), QStringList{QStringLiteral("Select Category\tRoot")});
     QVERIFY(CatalogueLogic.RootExpanded);
 
     // A missing file is created and gives the same.
     QFile::remove(m_path);
     LoadCategories();
     QVERIFY(QFile::exists(m_path));
-    QCOMPARE(Listing(CurrentCategoryTree()), QStringList{QStringLiteral("Select Category\tRoot")});
+    QCOMPARE(TreeLines(CurrentCategoryTree()), QStringList{QStringLiteral("Select Category\tRoot")});
     QCOMPARE(m_refills, 2);
 }
 
@@ -223,11 +215,11 @@ void tst_CategoryCatalogue::repeatedKeysArePassedOver() {
         QStringLiteral("Select Category~Toys\thttp://t/"),
         QStringLiteral("Select Category~Toys~Dolls\thttp://t/d"),
     };
-    QCOMPARE(Listing(first), expected);
+    QCOMPARE(TreeLines(first), expected);
     // The same file gives the same tree at the next fill.
     ReloadCategoryTree();
     QVERIFY(CurrentCategoryTree() != first);
-    QCOMPARE(Listing(CurrentCategoryTree()), expected);
+    QCOMPARE(TreeLines(CurrentCategoryTree()), expected);
 }
 
 void tst_CategoryCatalogue::tildeInANameAddsAPart() {
@@ -273,7 +265,7 @@ void tst_CategoryCatalogue::cdataTerminatorInAnEntryGivesOneNode() {
         QStringLiteral("Select Category~Odd]] >Main~Odd]] >Sub\thttp://m/s]]%3EQQsorecordsperpageZ50"),
         QStringLiteral("Select Category~Odd]] >Main~Next\thttp://m/nQQsorecordsperpageZ50"),
     };
-    QCOMPARE(Listing(CurrentCategoryTree()), expected);
+    QCOMPARE(TreeLines(CurrentCategoryTree()), expected);
 }
 
 void tst_CategoryCatalogue::siteElementsAreFoundAtAnyDepth() {
@@ -289,7 +281,7 @@ void tst_CategoryCatalogue::siteElementsAreFoundAtAnyDepth() {
                    Site("ebay.com", "Deep", "http://deep/", Sub("Bottom", "http://deep/b")) + close));
     LoadCategories();
     QVERIFY(m_messages.isEmpty());
-    QCOMPARE(Listing(CurrentCategoryTree()),
+    QCOMPARE(TreeLines(CurrentCategoryTree()),
              (QStringList{QStringLiteral("Select Category\tRoot"),
                           QStringLiteral("Select Category~Top\thttp://top/"),
                           QStringLiteral("Select Category~Deep\thttp://deep/"),
@@ -330,7 +322,7 @@ void tst_CategoryCatalogue::siteClickRereadsTheDiskAndReleases() {
     m_site = UKSiteLabel;
     ClickSite();
     QVERIFY(m_messages.isEmpty());
-    QCOMPARE(Listing(CurrentCategoryTree()),
+    QCOMPARE(TreeLines(CurrentCategoryTree()),
              (QStringList{QStringLiteral("Select Category\tRoot"),
                           QStringLiteral("Select Category~Clocks\thttp://k/")}));
     QVERIFY(!CategoryStore.XmlDocument);

@@ -1,3 +1,4 @@
+#include "CatalogueTree.h"
 #include "SiteSim.h"
 #include "catalogue/CategoryCatalogue.h"
 #include "catalogue/modRetreiver.h"
@@ -30,20 +31,6 @@ QString StoredPage(const char* name) {
     return QStringLiteral(MARQUILL_TEST_PAGES "/") + QLatin1String(name);
 }
 
-// Each node as its FullPath, a tab and its key, in tree order: the form the sample site prints.
-QStringList Listing(const std::shared_ptr<CategoryTree>& tree) {
-    QStringList lines;
-    if (tree)
-        for (const CategoryNode* node : tree->NodesInOrder())
-            lines << node->FullPath() + QLatin1Char('\t') + node->Key();
-    return lines;
-}
-
-QByteArray ReadAll(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
 QByteArray Site(const QByteArray& tag, const QByteArray& name, const QByteArray& url,
                 const QByteArray& subs = {}) {
     return "<" + tag + "><MainItem><![CDATA[" + name + "]]></MainItem><MainURL><![CDATA[" + url +
@@ -70,7 +57,7 @@ QByteArray MixedFile() {
 QStringList SiteEntries(const QString& path) {
     QStringList entries;
     pugi::xml_document document;
-    const QByteArray bytes = ReadAll(path);
+    const QByteArray bytes = ReadBytes(path);
     if (!document.load_buffer(bytes.constData(), size_t(bytes.size())))
         return entries;
     for (pugi::xml_node site = document.document_element().first_child(); site; site = site.next_sibling())
@@ -306,21 +293,21 @@ void tst_modRetreiver::storedPagesGiveOnlyTheEntriesThatPass() {
             sfx,
         QStringLiteral("Select Category~Oddments\thttp://listings.ebay.com/Odd_W0QQsacatZ500"),
     };
-    QCOMPARE(Listing(CurrentCategoryTree()), expected);
+    QCOMPARE(TreeLines(CurrentCategoryTree()), expected);
     QVERIFY(!CategoryStore.XmlDocument);
     // A refresh that runs to its end leaves the auction choice alone.
     QCOMPARE(m_maxAuctionsIndex, 3);
 
     // The tree is read back from the file, so the file holds the same.
     LoadCategories();
-    QCOMPARE(Listing(CurrentCategoryTree()), expected);
+    QCOMPARE(TreeLines(CurrentCategoryTree()), expected);
 
     // The index page once, each main category's page once; the fourth has no stored page, which
     // is a failure, not a page without sub-categories.
     QCOMPARE(m_files->StartCount(), 5);
     QCOMPARE(result.FailedPages.size(), size_t(1));
-    QCOMPARE(result.FailedPages[0].Url, QStringLiteral("http://listings.ebay.com/Odd_W0QQsacatZ500"));
-    QVERIFY(!result.FailedPages[0].IsIndex);
+    QVERIFY(result.FailedPages[0].Url == QStringLiteral("http://listings.ebay.com/Odd_W0QQsacatZ500") &&
+            !result.FailedPages[0].IsIndex);
     QVERIFY(m_messages.isEmpty());
     QCOMPARE(m_stopCaption, QStringLiteral("Stop Refresh"));
     QVERIFY(!m_feedbackVisible);
@@ -350,7 +337,7 @@ void tst_modRetreiver::otherSitesEntriesStayInFront() {
         QStringLiteral("ebay.com:Gift"),       QStringLiteral("ebay.com:Oddments"),
     };
     QCOMPARE(SiteEntries(m_path), expected);
-    QCOMPARE(ReadAll(m_path + QStringLiteral(".bak")), MixedFile());
+    QCOMPARE(ReadBytes(m_path + QStringLiteral(".bak")), MixedFile());
 
     // A refresh of the other site leaves these entries where they are.
     m_site = UKSiteLabel;
@@ -384,7 +371,7 @@ void tst_modRetreiver::nothingFoundPutsTheFormerEntriesBack() {
     // The file as every open writes it; the refresh must leave exactly this.
     QVERIFY(OpenCategoryFile(m_path, CategoryRootName));
     ReleaseCategoryFile();
-    const QByteArray before = ReadAll(m_path);
+    const QByteArray before = ReadBytes(m_path);
     QVERIFY(before.contains("<!-- kept by hand -->"));
 
     if (!indexPage.isEmpty()) {
@@ -399,7 +386,7 @@ void tst_modRetreiver::nothingFoundPutsTheFormerEntriesBack() {
     QCOMPARE(result.Outcome, seeAllBound ? RefreshOutcome::Limited : RefreshOutcome::NothingFound);
     QCOMPARE(result.MainCount, 0);
     QCOMPARE(result.FailedPages.size(), size_t(indexPage.isEmpty() ? 1 : 0));
-    QCOMPARE(ReadAll(m_path), before);
+    QCOMPARE(ReadBytes(m_path), before);
     QCOMPARE(
         m_messages,
         QStringList((seeAllBound ? QStringLiteral("The page http://listings.ebay.com/ has more than 3 "
@@ -413,7 +400,7 @@ void tst_modRetreiver::nothingFoundPutsTheFormerEntriesBack() {
         QStringLiteral("Select Category~Old Coins~Medals\thttp://listings.ebay.com/Medals"),
         QStringLiteral("Select Category~Old Stamps\thttp://listings.ebay.com/Stamps"),
     };
-    QCOMPARE(Listing(CurrentCategoryTree()), expected);
+    QCOMPARE(TreeLines(CurrentCategoryTree()), expected);
     QVERIFY(!CategoryStore.XmlDocument);
     QVERIFY(!m_feedbackVisible);
 }
@@ -440,7 +427,7 @@ void tst_modRetreiver::stopDuringTheIndexWalkKeepsWhatWasFound() {
         QStringLiteral("Select Category\tRoot"),
         QStringLiteral("Select Category~Toys\t") + ToysUrl,
     };
-    QCOMPARE(Listing(CurrentCategoryTree()), expected);
+    QCOMPARE(TreeLines(CurrentCategoryTree()), expected);
     QCOMPARE(SiteEntries(m_path), QStringList(QStringLiteral("ebay.com:Toys")));
     QVERIFY(!CategoryStore.XmlDocument);
 }
@@ -464,7 +451,7 @@ void tst_modRetreiver::stopDuringACategoryWalkKeepsWhatWasFound() {
         QStringLiteral("Select Category~Toys~Cars\thttp://listings.ebay.com/"
                        "Toys-Cars_W0QQsacatZ101QQsorecordsperpageZ50"),
     };
-    QCOMPARE(Listing(CurrentCategoryTree()), expected);
+    QCOMPARE(TreeLines(CurrentCategoryTree()), expected);
     const QStringList entries{
         QStringLiteral("ebay.co.uk:Antiques"),
         QStringLiteral("ebay.co.uk:Books"),
@@ -484,7 +471,6 @@ void tst_modRetreiver::boundsAndRefusedSavesEndTheCrawl() {
     QCOMPARE(m_messages.last(),
              QStringLiteral("The refresh ended after 3 categories, the most one refresh takes; the "
                             "categories found so far are kept.|0|"));
-    QCOMPARE(Listing(CurrentCategoryTree()).size(), 1 + 3);
 
     // A disk that takes no more than those three finds (and their backup): they are kept, the refused
     // fourth is neither shown nor counted, and the crawl ends there.
@@ -494,7 +480,7 @@ void tst_modRetreiver::boundsAndRefusedSavesEndTheCrawl() {
     QCOMPARE(getrlimit(RLIMIT_FSIZE, &former), 0);
     const auto formerHandler = std::signal(SIGXFSZ, SIG_IGN);
     struct rlimit tight = former;
-    tight.rlim_cur = rlim_t(ReadAll(m_path).size());
+    tight.rlim_cur = rlim_t(ReadBytes(m_path).size());
     QCOMPARE(setrlimit(RLIMIT_FSIZE, &tight), 0);
     result = RefreshCategories();
     setrlimit(RLIMIT_FSIZE, &former);
@@ -502,9 +488,12 @@ void tst_modRetreiver::boundsAndRefusedSavesEndTheCrawl() {
     QVERIFY(result.SaveFailed);
     QCOMPARE(result.MainCount + result.SubCount, 3);
     QVERIFY(m_messages.last().startsWith(QStringLiteral("Cannot save ") + m_path));
-    QCOMPARE(m_captions.size(), 1 + result.MainCount + result.SubCount);
+    QCOMPARE(m_captions.size(), 1 + 3);
+    // The tree comes from memory, which dropped the refused find; the disk holds the same.
+    QCOMPARE(TreeLines(CurrentCategoryTree()).size(), 1 + 3);
     LoadCategories();
-    QCOMPARE(Listing(CurrentCategoryTree()).size(), 1 + result.MainCount + result.SubCount);
+    QCOMPARE(TreeLines(CurrentCategoryTree()).size(), 1 + 3);
+    QCOMPARE(QDir(m_dir.path()).entryList({QStringLiteral("*.tmp-*")}, QDir::Files), QStringList());
 }
 
 void tst_modRetreiver::unopenableFileCrawlsNothing() {
@@ -532,7 +521,7 @@ void tst_modRetreiver::fullRefreshOfBothSitesGivesTheSampleSitesCatalogue() {
     int differing = 0;
     SetCategorySaveObserver([&] {
         ++saves;
-        differing += ReadAll(m_path) != SerializeCategoryDocument(*CategoryStore.XmlDocument);
+        differing += ReadBytes(m_path) != SerializeCategoryDocument(*CategoryStore.XmlDocument);
     });
 
     m_site = UKSiteLabel;
@@ -540,28 +529,28 @@ void tst_modRetreiver::fullRefreshOfBothSitesGivesTheSampleSitesCatalogue() {
     QVERIFY(ukCatalogue.size() > 20);
     RefreshResult result = RefreshCategories();
     QCOMPARE(result.Outcome, RefreshOutcome::Completed);
-    QCOMPARE(Listing(CurrentCategoryTree()), ukCatalogue);
+    QCOMPARE(TreeLines(CurrentCategoryTree()), ukCatalogue);
 
     m_site = USSiteLabel;
     const QStringList usCatalogue = site.catalogue(USSiteLabel);
     QVERIFY(usCatalogue.size() > 20);
     result = RefreshCategories();
     QCOMPARE(result.Outcome, RefreshOutcome::Completed);
-    QCOMPARE(Listing(CurrentCategoryTree()), usCatalogue);
+    QCOMPARE(TreeLines(CurrentCategoryTree()), usCatalogue);
     QCOMPARE(result.SubCount, std::int32_t(usCatalogue.size()) - 1 - result.MainCount);
     QCOMPARE(m_captions.last(),
              QStringLiteral("Total Found: %1 (%2)").arg(result.MainCount).arg(result.SubCount));
 
     // A second refresh removes the former entries one by one before it adds the new ones.
     result = RefreshCategories();
-    QCOMPARE(Listing(CurrentCategoryTree()), usCatalogue);
+    QCOMPARE(TreeLines(CurrentCategoryTree()), usCatalogue);
     QVERIFY(saves > 3 * (usCatalogue.size() - 1));
     QCOMPARE(differing, 0);
 
     // Both sites' entries are in the file: the UK site reads back as it was refreshed.
     m_site = UKSiteLabel;
     LoadCategories();
-    QCOMPARE(Listing(CurrentCategoryTree()), ukCatalogue);
+    QCOMPARE(TreeLines(CurrentCategoryTree()), ukCatalogue);
     QVERIFY(m_messages.isEmpty());
 
     // Each site's index page was read once, for the whole crawl.

@@ -1,5 +1,6 @@
+#include "CatalogueTree.h"
+#include "CliRun.h"
 #include "catalogue/CategoryBackup.h"
-#include "catalogue/modRetreiver.h"
 #include "catalogue/modXML.h"
 #include "harvest/modMain.h"
 #include "platform/HostHooks.h"
@@ -8,20 +9,10 @@
 #include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
-#include <csignal>
-#include <functional>
-#include <grp.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <utime.h>
 
 namespace {
-
-QByteArray ReadBytes(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
 void WriteBytes(const QString& path, const QByteArray& bytes) {
     QFile file(path);
@@ -44,22 +35,6 @@ QStringList SiteTags() {
     return tags;
 }
 
-// Permission bits do not bind the superuser: as root the check runs in a child process that has
-// become "nobody", with the folder handed over to it. 0 passed, 1 failed, 2 could not leave root.
-int AsOrdinaryUser(const QString& folder, const std::function<bool()>& check) {
-    if (geteuid() != 0)
-        return check() ? 0 : 1;
-    constexpr uid_t nobody = 65534;
-    for (const QString& name : QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::System))
-        if (lchown(QFile::encodeName(QDir(folder).filePath(name)).constData(), nobody, nobody) != 0)
-            return 1;
-    const pid_t child = fork();
-    if (child == 0)
-        _exit(setgroups(0, nullptr) != 0 || setgid(nobody) != 0 || setuid(nobody) != 0 ? 2 : check() ? 0 : 1);
-    int status = 0;
-    return child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : 1;
-}
-
 } // namespace
 
 class tst_modXML : public QObject {
@@ -72,7 +47,6 @@ private Q_SLOTS:
     void reopeningChangesNoEntryAndRestoresDeclaration();
     void addedEntriesFollowTheFileLayout();
     void removingOneSiteKeepsTheOtherAndSavesAfterEach();
-    void failedSaveLeavesTheFormerFile();
     void categoryFileCorners();
     void cdataTerminatorStaysOneSection_data();
     void cdataTerminatorStaysOneSection();
@@ -189,35 +163,6 @@ void tst_modXML::removingOneSiteKeepsTheOtherAndSavesAfterEach() {
     QCOMPARE(SiteTags().size(), 2);
 }
 
-void tst_modXML::failedSaveLeavesTheFormerFile() {
-    QVERIFY(OpenCategoryFile(m_path, QStringLiteral("Categories")));
-    AddMainCategory(QStringLiteral("Coins"), QStringLiteral("http://c/"));
-    const QByteArray saved = ReadBytes(m_path);
-    const auto saves = CategoryFileSaveCount();
-
-    // A full disk: the process may write no more than a few bytes to any file.
-    struct rlimit former {};
-    QCOMPARE(getrlimit(RLIMIT_FSIZE, &former), 0);
-    const auto formerHandler = std::signal(SIGXFSZ, SIG_IGN);
-    struct rlimit tight = former;
-    tight.rlim_cur = 64;
-    QCOMPARE(setrlimit(RLIMIT_FSIZE, &tight), 0);
-    const bool added =
-        AddSubCategory(QStringLiteral("Bullion"), QStringLiteral("http://c/bQQsorecordsperpageZ50"));
-    // The refused find is not kept in memory either: the document holds what the disk holds.
-    const bool keptInMemory = CategoryStore.RootElement.child("ebay.com").child("SubItem");
-    const bool reopened = OpenCategoryFile(m_path, QStringLiteral("Categories"));
-    setrlimit(RLIMIT_FSIZE, &former);
-    std::signal(SIGXFSZ, formerHandler);
-
-    QVERIFY(!added && !keptInMemory);
-    QVERIFY(!reopened);
-    QCOMPARE(CategoryFileSaveCount(), saves);
-    QCOMPARE(ReadBytes(m_path), saved);
-    QCOMPARE(QDir(m_dir.path()).entryList(QDir::Files | QDir::Hidden),
-             QStringList{QStringLiteral("aeurl.xml")});
-}
-
 void tst_modXML::categoryFileCorners() {
     const QString unreadable = m_path + QStringLiteral(".unreadable");
     // Files in other encodings are read by their declaration: what Latin-1 holds stays, a URL keeps
@@ -271,8 +216,8 @@ void tst_modXML::categoryFileCorners() {
     for (const QString& file : aside)
         WriteBytes(file, "x");
     const struct utimbuf old { time(nullptr) - 120, time(nullptr) - 120 };
-    QVERIFY(utime(QFile::encodeName(aside[0]).constData(), &old) == 0 &&
-            utime(QFile::encodeName(aside[2]).constData(), &old) == 0);
+    for (const int stale : {0, 2})
+        QVERIFY(utime(QFile::encodeName(aside[stale]).constData(), &old) == 0);
     QVERIFY(OpenCategoryFile(m_path, QStringLiteral("Categories")) &&
             AddMainCategory(QStringLiteral("Linked"), QStringLiteral("http://l/")) &&
             AddMainCategory(QStringLiteral("Twice"), QStringLiteral("http://t/")));
@@ -295,44 +240,42 @@ void tst_modXML::categoryFileCorners() {
     QFile::remove(real + QStringLiteral(".bak"));
     QVERIFY(!RestoreCategoryFile(m_path, error) && error.startsWith(QStringLiteral("No backup to restore")));
 
-    // What the user may not read or write: left alone; read-only still opens (no rewrite) and only
-    // a refresh refuses; a folder that takes no new file fails the open's rewrite.
+    // What the user may not read or write, tried by the command-line tool as an ordinary user
+    // (permission bits do not bind the superuser): a file that cannot be read is left alone; a
+    // read-only one is listed as it is and only a refresh refuses; a writable file in a folder that
+    // takes no new file fails the open's rewrite.
     QFile::remove(m_path);
-    QVERIFY(!OpenCategoryFile(m_path + QStringLiteral("/inside"), QStringLiteral("Categories")));
-    const QByteArray utf8 = forms[0].first;
-    const QList<std::pair<QFile::Permissions, bool>> modes{
-        {{}, false},
-        {QFile::ReadOwner, true},
-        {QFile::ReadOwner | QFile::WriteOwner, false},
-    };
-    for (const auto& [mode, opens] : modes) {
-        WriteBytes(m_path, utf8);
-        QVERIFY(QFile::setPermissions(m_path, mode));
-        if (opens == false && mode)
-            QVERIFY(QFile::setPermissions(m_dir.path(), QFile::ReadOwner | QFile::ExeOwner));
-        const int outcome = AsOrdinaryUser(m_dir.path(), [&, opens = opens] {
-            QString message;
-            Hooks().MsgBox = [&](const QString& text, int, const QString&) {
-                message = text;
-                return 1;
-            };
-            const bool opened = OpenCategoryFile(m_path, QStringLiteral("Categories"));
-            const bool readOnlyServes =
-                !opens || (CategoryFileIsReadOnly() &&
-                           CategoryNodeText(CategoryStore.RootElement.child("ebay.com").child("MainItem")) ==
-                               QStringLiteral("Caf\u00e9") &&
-                           RefreshCategories().Outcome == RefreshOutcome::CannotOpen &&
-                           message.contains(m_path) && message.contains(QStringLiteral("write access")));
-            return opened == opens && readOnlyServes;
-        });
-        QFile::setPermissions(m_dir.path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        if (outcome == 2)
-            QSKIP("running as root without the right to become another user, so permission bits cannot be "
-                  "tested");
-        QCOMPARE(outcome, 0);
-        QCOMPARE(ReadBytes(m_path), utf8);
-        QVERIFY(!QFile::exists(unreadable) && !QFile::exists(m_path + QStringLiteral(".bak")));
+    const bool root = geteuid() == 0;
+    const QStringList nobody{QStringLiteral("--reuid=65534"), QStringLiteral("--regid=65534"),
+                             QStringLiteral("--clear-groups")};
+    if (root && RunCli(nobody + QStringList{QStringLiteral("true")}, QStringLiteral("setpriv")).exitCode != 0)
+        QSKIP("running as root without setpriv's right to become another user: permission bits cannot be "
+              "tested");
+    const QString program = root ? QStringLiteral("setpriv") : QStringLiteral(MARQUILL_CLI);
+    const QStringList cli = root ? nobody + QStringList{QStringLiteral(MARQUILL_CLI)} : QStringList();
+    const QStringList data{QStringLiteral("--site"), USSiteLabel, QStringLiteral("--data"), m_dir.path()};
+    const QFile::Permissions rwx = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner;
+    const QList<std::tuple<QFile::Permissions, QFile::Permissions, int>> modes{
+        {{}, rwx, 4},
+        {QFile::ReadOwner, rwx, 0},
+        {QFile::ReadOwner | QFile::WriteOwner, rwx & ~QFile::WriteOwner, 4}};
+    for (const auto& [fileMode, folderMode, treeExit] : modes) {
+        WriteBytes(m_path, forms[0].first);
+        QVERIFY(!root || (chown(QFile::encodeName(m_path).constData(), 65534, 65534) == 0 &&
+                          chown(QFile::encodeName(m_dir.path()).constData(), 65534, 65534) == 0));
+        QVERIFY(QFile::setPermissions(m_path, fileMode) && QFile::setPermissions(m_dir.path(), folderMode));
+        const CliRun tree = RunCli(cli + QStringList{QStringLiteral("tree")} + data, program);
+        const CliRun refresh = RunCli(cli + QStringList{QStringLiteral("refresh")} + data, program);
+        QFile::setPermissions(m_dir.path(), rwx);
         QFile::setPermissions(m_path, QFile::ReadOwner | QFile::WriteOwner);
+        QCOMPARE(tree.exitCode, treeExit);
+        QVERIFY(treeExit ? tree.err.contains(QStringLiteral("Cannot open ") + m_path)
+                         : tree.out.join(u'\n').contains(QStringLiteral("Caf\u00e9")));
+        QCOMPARE(refresh.exitCode, 4);
+        QVERIFY(refresh.err.contains(m_path) &&
+                (treeExit || refresh.err.contains(QStringLiteral("write access"))));
+        QCOMPARE(ReadBytes(m_path), forms[0].first);
+        QVERIFY(!QFile::exists(unreadable) && !QFile::exists(m_path + QStringLiteral(".bak")));
     }
 }
 

@@ -2,8 +2,8 @@
 
 #include "CategoryTree.h"
 
+#include <QFile>
 #include <QStringList>
-
 #include <memory>
 
 // A category tree built in code from the sample site's catalogue lines ("FullPath<TAB>Key").
@@ -24,4 +24,18 @@ inline std::shared_ptr<CategoryTree> TreeFromCatalogue(const QStringList& lines)
             tree->Add(main, fields[1], levels[2]);
     }
     return tree;
+}
+
+// Each node as its FullPath, a tab and its key, in tree order: the form the sample site prints.
+inline QStringList TreeLines(const std::shared_ptr<CategoryTree>& tree) {
+    QStringList lines;
+    if (tree)
+        for (const CategoryNode* node : tree->NodesInOrder())
+            lines << node->FullPath() + u'\t' + node->Key();
+    return lines;
+}
+
+inline QByteArray ReadBytes(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }

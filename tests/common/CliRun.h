@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QProcess>
+#include <QStringList>
+
+// One finished run of marquill-cli (or another program): exit code (-1 after a crash or a hang),
+// the lines of standard output and the text of standard error.
+struct CliRun {
+    int exitCode = -1;
+    QStringList out;
+    QString err;
+};
+
+inline CliRun RunCli(const QStringList& arguments, const QString& program = QStringLiteral(MARQUILL_CLI)) {
+    QProcess process;
+    process.start(program, arguments);
+    CliRun run;
+    if (!process.waitForFinished(120000))
+        return run;
+    run.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+    run.out = QString::fromUtf8(process.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts);
+    run.err = QString::fromUtf8(process.readAllStandardError());
+    return run;
+}
