@@ -332,10 +332,9 @@ bool OpenCategoryFile(const QString& path, const QString& rootName) {
         }
     }
 
-    if (!loaded) {
-        document.reset();
+    // A file that did not load has left nothing in the document: the reader copies only a whole tree.
+    if (!loaded)
         document.append_child(pugi::node_element).set_name(Utf8(rootName).constData());
-    }
     pugi::xml_node declaration = document.prepend_child(pugi::node_pi);
     declaration.set_name("xml");
     declaration.set_value(CategoryFileDeclaration);

@@ -517,11 +517,14 @@ void tst_modRetreiver::fullRefreshOfBothSitesGivesTheSampleSitesCatalogue() {
         QNetworkProxy(QNetworkProxy::HttpProxy, QStringLiteral("127.0.0.1"), site.port()));
     WriteFile(MixedFile());
     // Every save writes only what changed, yet leaves the bytes a whole serialisation would give.
+    // The file each save replaces stays, under a temporary name, for the next save to write into.
     int saves = 0;
     int differing = 0;
+    int kept = 0;
     SetCategorySaveObserver([&] {
         ++saves;
         differing += ReadBytes(m_path) != SerializeCategoryDocument(*CategoryStore.XmlDocument);
+        kept += QDir(m_dir.path()).entryList({QStringLiteral("aeurl.xml.tmp-*")}, QDir::Files).size();
     });
 
     m_site = UKSiteLabel;
@@ -546,6 +549,7 @@ void tst_modRetreiver::fullRefreshOfBothSitesGivesTheSampleSitesCatalogue() {
     QCOMPARE(TreeLines(CurrentCategoryTree()), usCatalogue);
     QVERIFY(saves > 3 * (usCatalogue.size() - 1));
     QCOMPARE(differing, 0);
+    QVERIFY(kept > saves / 2);
 
     // Both sites' entries are in the file: the UK site reads back as it was refreshed.
     m_site = UKSiteLabel;
