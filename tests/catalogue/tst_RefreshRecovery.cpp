@@ -56,22 +56,25 @@ void tst_RefreshRecovery::killedRefreshesLeaveAFileThatLoadsAndRestores() {
     const QByteArray former = ReadBytes(path);
     const QStringList ukTree = site.catalogue(UKSiteLabel);
 
-    // A kill after the n-th caption lands anywhere from that find to the next, saves included.
+    // A kill after the n-th caption lands anywhere from that find to the next, saves included. The
+    // last round is a Ctrl-C after the first main category: a Stop, which says how to restore.
     const int captions = int(full.err.count(QStringLiteral("Total")));
     QRandomGenerator moments(2005);
-    for (int kill = 0; kill < 20; ++kill) {
+    for (int kill = 0; kill <= 20; ++kill) {
+        const bool stop = kill == 20;
         QProcess refresh;
         refresh.start(QStringLiteral(MARQUILL_CLI), refreshUs);
         QVERIFY(refresh.waitForStarted());
-        const int after = 1 + int(moments.bounded(captions));
+        const int after = stop ? 2 : 1 + int(moments.bounded(captions));
         refresh.setReadChannel(QProcess::StandardError);
         QByteArray err;
         while (err.count("Total") < after && refresh.waitForReadyRead(20000))
             err += refresh.readAllStandardError();
         // A refresh that has already ended has no process left to kill (and id 0 would be our own group).
         if (const qint64 pid = refresh.processId(); pid > 0)
-            ::kill(pid_t(pid), SIGKILL);
+            ::kill(pid_t(pid), stop ? SIGINT : SIGKILL);
         QVERIFY(refresh.state() == QProcess::NotRunning || refresh.waitForFinished(10000));
+        QVERIFY(!stop || (err + refresh.readAllStandardError()).contains("are partial. To put back"));
 
         QCOMPARE(TreeInFile(path, UKSiteLabel), ukTree);
         const bool unfinished = QFile::exists(path + QStringLiteral(".refreshing"));
