@@ -15,10 +15,8 @@
 #include <QNetworkProxy>
 #include <QTemporaryDir>
 #include <QTest>
-#include <csignal>
 #include <functional>
 #include <memory>
-#include <sys/resource.h>
 
 namespace {
 
@@ -29,16 +27,6 @@ const QString GiftsUrl = QStringLiteral("http://listings.ebay.com/Gifts_W0QQsaca
 
 QString StoredPage(const char* name) {
     return QStringLiteral(MARQUILL_TEST_PAGES "/") + QLatin1String(name);
-}
-
-QByteArray Site(const QByteArray& tag, const QByteArray& name, const QByteArray& url,
-                const QByteArray& subs = {}) {
-    return "<" + tag + "><MainItem><![CDATA[" + name + "]]></MainItem><MainURL><![CDATA[" + url +
-           "]]></MainURL>" + subs + "</" + tag + ">";
-}
-
-QByteArray Sub(const QByteArray& name, const QByteArray& url) {
-    return "<SubItem><![CDATA[" + name + "]]><SubURL><![CDATA[" + url + "]]></SubURL></SubItem>";
 }
 
 // Both sites interleaved, with white space and a comment between, as a hand-kept file may be.
@@ -86,12 +74,11 @@ private Q_SLOTS:
     void nothingFoundPutsTheFormerEntriesBack();
     void stopDuringTheIndexWalkKeepsWhatWasFound();
     void stopDuringACategoryWalkKeepsWhatWasFound();
-    void boundsAndRefusedSavesEndTheCrawl();
+    void findsBoundEndsTheCrawlKeepingTheFinds();
     void unopenableFileCrawlsNothing();
     void fullRefreshOfBothSitesGivesTheSampleSitesCatalogue();
 
 private:
-    void WriteFile(const QByteArray& bytes);
     void AddStoredPages();
     // The stop command as the window runs it inside a yield, confirmed.
     void StopCommand();
@@ -168,12 +155,6 @@ void tst_modRetreiver::cleanup() {
     SetProgramFolder(QString());
     SetCategorySaveObserver(nullptr);
     ResetHooks();
-}
-
-void tst_modRetreiver::WriteFile(const QByteArray& bytes) {
-    QFile file(m_path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    QCOMPARE(file.write(bytes), bytes.size());
 }
 
 void tst_modRetreiver::AddStoredPages() {
@@ -328,7 +309,7 @@ void tst_modRetreiver::captionsFollowEachFind() {
 }
 
 void tst_modRetreiver::otherSitesEntriesStayInFront() {
-    WriteFile(MixedFile());
+    WriteBytes(m_path, MixedFile());
     AddStoredPages();
     RefreshCategories();
     const QStringList expected{
@@ -367,7 +348,7 @@ void tst_modRetreiver::nothingFoundPutsTheFormerEntriesBack() {
     QFETCH(int, seeAllBound);
     if (seeAllBound > 0)
         RefreshBounds().SeeAllLinks = seeAllBound;
-    WriteFile(MixedFile());
+    WriteBytes(m_path, MixedFile());
     // The file as every open writes it; the refresh must leave exactly this.
     QVERIFY(OpenCategoryFile(m_path, CategoryRootName));
     ReleaseCategoryFile();
@@ -433,7 +414,7 @@ void tst_modRetreiver::stopDuringTheIndexWalkKeepsWhatWasFound() {
 }
 
 void tst_modRetreiver::stopDuringACategoryWalkKeepsWhatWasFound() {
-    WriteFile(MixedFile());
+    WriteBytes(m_path, MixedFile());
     AddStoredPages();
     m_stopWhen = [this] { return m_captions.last() == QStringLiteral("Total Found: 1 (1)"); };
 
@@ -462,38 +443,17 @@ void tst_modRetreiver::stopDuringACategoryWalkKeepsWhatWasFound() {
     QCOMPARE(m_files->StartCount(), 2);
 }
 
-void tst_modRetreiver::boundsAndRefusedSavesEndTheCrawl() {
+void tst_modRetreiver::findsBoundEndsTheCrawlKeepingTheFinds() {
     AddStoredPages();
     RefreshBounds().Finds = 3;
-    RefreshResult result = RefreshCategories();
+    const RefreshResult result = RefreshCategories();
     QCOMPARE(result.Outcome, RefreshOutcome::Limited);
     QCOMPARE(result.MainCount + result.SubCount, 3);
     QCOMPARE(m_messages.last(),
              QStringLiteral("The refresh ended after 3 categories, the most one refresh takes; the "
                             "categories found so far are kept.|0|"));
-
-    // A disk that takes no more than those three finds (and their backup): they are kept, the refused
-    // fourth is neither shown nor counted, and the crawl ends there.
-    RefreshBounds() = CrawlBounds();
-    m_captions.clear();
-    struct rlimit former {};
-    QCOMPARE(getrlimit(RLIMIT_FSIZE, &former), 0);
-    const auto formerHandler = std::signal(SIGXFSZ, SIG_IGN);
-    struct rlimit tight = former;
-    tight.rlim_cur = rlim_t(ReadBytes(m_path).size());
-    QCOMPARE(setrlimit(RLIMIT_FSIZE, &tight), 0);
-    result = RefreshCategories();
-    setrlimit(RLIMIT_FSIZE, &former);
-    std::signal(SIGXFSZ, formerHandler);
-    QVERIFY(result.SaveFailed);
-    QCOMPARE(result.MainCount + result.SubCount, 3);
-    QVERIFY(m_messages.last().startsWith(QStringLiteral("Cannot save ") + m_path));
-    QCOMPARE(m_captions.size(), 1 + 3);
-    // The tree comes from memory, which dropped the refused find; the disk holds the same.
-    QCOMPARE(TreeLines(CurrentCategoryTree()).size(), 1 + 3);
     LoadCategories();
     QCOMPARE(TreeLines(CurrentCategoryTree()).size(), 1 + 3);
-    QCOMPARE(QDir(m_dir.path()).entryList({QStringLiteral("*.tmp-*")}, QDir::Files), QStringList());
 }
 
 void tst_modRetreiver::unopenableFileCrawlsNothing() {
@@ -515,7 +475,7 @@ void tst_modRetreiver::fullRefreshOfBothSitesGivesTheSampleSitesCatalogue() {
     SetDefaultPageSource(nullptr);
     HttpPageSource::SetProxy(
         QNetworkProxy(QNetworkProxy::HttpProxy, QStringLiteral("127.0.0.1"), site.port()));
-    WriteFile(MixedFile());
+    WriteBytes(m_path, MixedFile());
     // Every save writes only what changed, yet leaves the bytes a whole serialisation would give.
     // The file each save replaces stays, under a temporary name, for the next save to write into.
     int saves = 0;

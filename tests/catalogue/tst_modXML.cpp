@@ -14,16 +14,6 @@
 
 namespace {
 
-void WriteBytes(const QString& path, const QByteArray& bytes) {
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    QCOMPARE(file.write(bytes), bytes.size());
-}
-
-QByteArray Golden(const char* name) {
-    return ReadBytes(QStringLiteral(MARQUILL_TEST_DATA "/catalogue/") + QLatin1String(name));
-}
-
 const QByteArray Declaration = QByteArrayLiteral(R"(<?xml version="1.0" encoding= "ISO-8859-1"?>)");
 
 // The tags of the root's element children, in order.

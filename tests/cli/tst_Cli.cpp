@@ -1,4 +1,3 @@
-#include "CliRun.h"
 #include "HostHooks.h"
 #include "SiteSim.h"
 #include "modMain.h"
@@ -12,6 +11,24 @@
 #include <csignal>
 
 namespace {
+
+struct Run {
+    int exitCode = -1;
+    QStringList out;
+    QString err;
+};
+
+Run runCli(const QStringList& arguments) {
+    QProcess process;
+    process.start(QStringLiteral(MARQUILL_CLI), arguments);
+    Run run;
+    if (!process.waitForFinished(120000))
+        return run;
+    run.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+    run.out = QString::fromUtf8(process.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts);
+    run.err = QString::fromUtf8(process.readAllStandardError());
+    return run;
+}
 
 // Writes the sample site's catalogue of one site into the category file of the folder.
 void writeCatalogue(const QString& folder, const QString& site, const QStringList& lines) {
@@ -80,21 +97,21 @@ QStringList tst_Cli::common() const {
 }
 
 void tst_Cli::treePrintsTheCatalogueInOrder() {
-    const CliRun run = RunCli({QStringLiteral("tree"), QStringLiteral("--site"), USSiteLabel,
-                               QStringLiteral("--data"), m_dir.path()});
+    const Run run = runCli({QStringLiteral("tree"), QStringLiteral("--site"), USSiteLabel,
+                            QStringLiteral("--data"), m_dir.path()});
     QCOMPARE(run.exitCode, 0);
     QCOMPARE(run.out, m_catalogue);
     // The other site has no entries in this file: the root alone.
-    const CliRun uk = RunCli({QStringLiteral("tree"), QStringLiteral("--site"), UKSiteLabel,
-                              QStringLiteral("--data"), m_dir.path()});
+    const Run uk = runCli({QStringLiteral("tree"), QStringLiteral("--site"), UKSiteLabel,
+                           QStringLiteral("--data"), m_dir.path()});
     QCOMPARE(uk.out, QStringList{QStringLiteral("Select Category\tRoot")});
 }
 
 void tst_Cli::searchEachScope() {
     const qsizetype before = m_site->requestLog().size();
-    CliRun sub = RunCli(QStringList{QStringLiteral("search"), QStringLiteral("--node"),
-                                    QStringLiteral("Select Category~Antiques~Antiquities")} +
-                        common());
+    Run sub = runCli(QStringList{QStringLiteral("search"), QStringLiteral("--node"),
+                                 QStringLiteral("Select Category~Antiques~Antiquities")} +
+                     common());
     QCOMPARE(sub.exitCode, 0);
     verifyList(sub.out);
     QVERIFY(sub.err.contains(QStringLiteral("Main: Antiques")));
@@ -104,47 +121,47 @@ void tst_Cli::searchEachScope() {
     QVERIFY(log.size() >= 2);
 
     const qsizetype beforeMain = m_site->requestLog().size();
-    CliRun main = RunCli(QStringList{QStringLiteral("search"), QStringLiteral("--node"),
-                                     QStringLiteral("Select Category~Art"), QStringLiteral("--auctions"),
-                                     QStringLiteral("60")} +
-                         common());
+    Run main = runCli(QStringList{QStringLiteral("search"), QStringLiteral("--node"),
+                                  QStringLiteral("Select Category~Art"), QStringLiteral("--auctions"),
+                                  QStringLiteral("60")} +
+                      common());
     QCOMPARE(main.exitCode, 0);
     verifyList(main.out);
     QVERIFY(main.err.contains(QStringLiteral("Sub: All Sub Categories")));
     QCOMPARE(m_site->requestLog().mid(beforeMain).size(), 1 + 2); // probe, then two pages for 60 auctions
 
-    CliRun root = RunCli(QStringList{QStringLiteral("search"), QStringLiteral("--node"),
-                                     QStringLiteral("Select Category"), QStringLiteral("--auctions"),
-                                     QStringLiteral("30")} +
-                         common());
+    Run root = runCli(QStringList{QStringLiteral("search"), QStringLiteral("--node"),
+                                  QStringLiteral("Select Category"), QStringLiteral("--auctions"),
+                                  QStringLiteral("30")} +
+                      common());
     QCOMPARE(root.exitCode, 0);
     verifyList(root.out);
     QVERIFY(root.err.contains(QStringLiteral("Main: All Categories")));
 }
 
 void tst_Cli::exitStatuses() {
-    CliRun unknown = RunCli(QStringList{QStringLiteral("search"), QStringLiteral("--node"),
-                                        QStringLiteral("Select Category~Nowhere")} +
-                            common());
+    Run unknown = runCli(QStringList{QStringLiteral("search"), QStringLiteral("--node"),
+                                     QStringLiteral("Select Category~Nowhere")} +
+                         common());
     QCOMPARE(unknown.exitCode, 2);
     QVERIFY(unknown.err.contains(QStringLiteral("Select Category~Nowhere")));
-    QCOMPARE(RunCli({QStringLiteral("search"), QStringLiteral("--site"), QStringLiteral("ebay.de"),
+    QCOMPARE(runCli({QStringLiteral("search"), QStringLiteral("--site"), QStringLiteral("ebay.de"),
                      QStringLiteral("--node"), QStringLiteral("Select Category")})
                  .exitCode,
              2);
-    QCOMPARE(RunCli(QStringList{QStringLiteral("search"), QStringLiteral("--node"),
+    QCOMPARE(runCli(QStringList{QStringLiteral("search"), QStringLiteral("--node"),
                                 QStringLiteral("Select Category"), QStringLiteral("--auctions"),
                                 QStringLiteral("0")} +
                     common())
                  .exitCode,
              2);
-    QCOMPARE(RunCli({QStringLiteral("bogus")}).exitCode, 2);
-    QCOMPARE(RunCli({QStringLiteral("search"), QStringLiteral("--help")}).exitCode, 0);
+    QCOMPARE(runCli({QStringLiteral("bogus")}).exitCode, 2);
+    QCOMPARE(runCli({QStringLiteral("search"), QStringLiteral("--help")}).exitCode, 0);
 
     SiteSim offline({QStringLiteral("--probe"), QStringLiteral("empty")});
     QVERIFY(offline.isRunning());
-    CliRun down =
-        RunCli({QStringLiteral("search"), QStringLiteral("--site"), USSiteLabel, QStringLiteral("--data"),
+    Run down =
+        runCli({QStringLiteral("search"), QStringLiteral("--site"), USSiteLabel, QStringLiteral("--data"),
                 m_dir.path(), QStringLiteral("--proxy"), offline.proxyUrl().toString(),
                 QStringLiteral("--node"), QStringLiteral("Select Category")});
     QCOMPARE(down.exitCode, 3);
@@ -154,8 +171,8 @@ void tst_Cli::exitStatuses() {
     // A folder where the category file should be: it cannot be opened.
     QTemporaryDir blocked;
     QVERIFY(QDir(blocked.path()).mkdir(QStringLiteral("aeurl.xml")));
-    CliRun cannot = RunCli({QStringLiteral("tree"), QStringLiteral("--site"), USSiteLabel,
-                            QStringLiteral("--data"), blocked.path()});
+    Run cannot = runCli({QStringLiteral("tree"), QStringLiteral("--site"), USSiteLabel,
+                         QStringLiteral("--data"), blocked.path()});
     QCOMPARE(cannot.exitCode, 4);
     QVERIFY(cannot.err.contains(QStringLiteral("Cannot open")));
 }
@@ -182,15 +199,15 @@ void tst_Cli::interruptEndsTheSearchAndPrintsTheList() {
 void tst_Cli::refreshFillsTheFileFromTheSite() {
     QTemporaryDir data;
     writeCatalogue(data.path(), UKSiteLabel, m_site->catalogue(UKSiteLabel));
-    const CliRun run =
-        RunCli({QStringLiteral("refresh"), QStringLiteral("--site"), USSiteLabel, QStringLiteral("--data"),
+    const Run run =
+        runCli({QStringLiteral("refresh"), QStringLiteral("--site"), USSiteLabel, QStringLiteral("--data"),
                 data.path(), QStringLiteral("--proxy"), m_site->proxyUrl().toString()});
     QCOMPARE(run.exitCode, 0);
     QVERIFY(run.err.contains(QStringLiteral("Total Found: 12 (")));
     const QStringList args{QStringLiteral("--data"), data.path()};
-    QCOMPARE(RunCli(QStringList{QStringLiteral("tree"), QStringLiteral("--site"), USSiteLabel} + args).out,
+    QCOMPARE(runCli(QStringList{QStringLiteral("tree"), QStringLiteral("--site"), USSiteLabel} + args).out,
              m_catalogue);
-    QCOMPARE(RunCli(QStringList{QStringLiteral("tree"), QStringLiteral("--site"), UKSiteLabel} + args).out,
+    QCOMPARE(runCli(QStringList{QStringLiteral("tree"), QStringLiteral("--site"), UKSiteLabel} + args).out,
              m_site->catalogue(UKSiteLabel));
 
     // Nothing found (no server behind the proxy): the former entries stay, exit 5.
@@ -199,12 +216,12 @@ void tst_Cli::refreshFillsTheFileFromTheSite() {
         SiteSim gone;
         deadPort = gone.port();
     }
-    const CliRun none =
-        RunCli({QStringLiteral("refresh"), QStringLiteral("--site"), USSiteLabel, QStringLiteral("--data"),
+    const Run none =
+        runCli({QStringLiteral("refresh"), QStringLiteral("--site"), USSiteLabel, QStringLiteral("--data"),
                 data.path(), QStringLiteral("--proxy"), QStringLiteral("http://127.0.0.1:%1").arg(deadPort)});
     QCOMPARE(none.exitCode, 5);
     QVERIFY(none.err.contains(QStringLiteral("the former categories are kept")));
-    QCOMPARE(RunCli(QStringList{QStringLiteral("tree"), QStringLiteral("--site"), USSiteLabel} + args).out,
+    QCOMPARE(runCli(QStringList{QStringLiteral("tree"), QStringLiteral("--site"), USSiteLabel} + args).out,
              m_catalogue);
 }
 

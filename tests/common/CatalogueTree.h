@@ -4,7 +4,10 @@
 
 #include <QFile>
 #include <QStringList>
+#include <QTest>
 #include <memory>
+
+// Helpers of the catalogue's tests: trees, category file bytes, stored golden files.
 
 // A category tree built in code from the sample site's catalogue lines ("FullPath<TAB>Key").
 inline std::shared_ptr<CategoryTree> TreeFromCatalogue(const QStringList& lines) {
@@ -38,4 +41,25 @@ inline QStringList TreeLines(const std::shared_ptr<CategoryTree>& tree) {
 inline QByteArray ReadBytes(const QString& path) {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+inline void WriteBytes(const QString& path, const QByteArray& bytes) {
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    QCOMPARE(file.write(bytes), bytes.size());
+}
+
+inline QByteArray Golden(const char* name) {
+    return ReadBytes(QStringLiteral(MARQUILL_TEST_DATA "/catalogue/") + QLatin1String(name));
+}
+
+// A site element and a SubItem as the file writes them.
+inline QByteArray Site(const QByteArray& tag, const QByteArray& name, const QByteArray& url,
+                       const QByteArray& subs = {}) {
+    return "<" + tag + "><MainItem><![CDATA[" + name + "]]></MainItem><MainURL><![CDATA[" + url +
+           "]]></MainURL>" + subs + "</" + tag + ">";
+}
+
+inline QByteArray Sub(const QByteArray& name, const QByteArray& url) {
+    return "<SubItem><![CDATA[" + name + "]]><SubURL><![CDATA[" + url + "]]></SubURL></SubItem>";
 }
