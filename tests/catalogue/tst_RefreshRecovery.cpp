@@ -91,8 +91,10 @@ void tst_RefreshRecovery::fullDiskAndKillsLeaveAFileThatLoadsAndRestores() {
     QCOMPARE(usTree, site.catalogue(USSiteLabel).mid(0, usTree.size()));
     QCOMPARE(QDir(data.path()).entryList({QStringLiteral("*.tmp-*")}, QDir::Files), QStringList());
 
-    const CliRun complete = RunCli(refreshUs);
-    QCOMPARE(complete.exitCode, 0);
+    const CliRun complete =
+        RunCli(refreshUs + QStringList{QStringLiteral("--report"), mount.filePath(QStringLiteral("r"))});
+    QVERIFY(complete.exitCode == 0 &&
+            ReadBytes(mount.filePath(QStringLiteral("r"))).contains(R"("outcome": "completed")"));
     former = ReadBytes(path);
     // A kill after the n-th caption lands anywhere from that find to the next, saves included. The
     // last round is a Ctrl-C after the first main category: a Stop, which says how to restore.

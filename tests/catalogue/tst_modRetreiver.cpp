@@ -12,6 +12,9 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QNetworkProxy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -289,6 +292,12 @@ void tst_modRetreiver::storedPagesGiveOnlyTheEntriesThatPass() {
     QCOMPARE(result.FailedPages.size(), size_t(1));
     QVERIFY(result.FailedPages[0].Url == QStringLiteral("http://listings.ebay.com/Odd_W0QQsacatZ500") &&
             !result.FailedPages[0].IsIndex);
+    const QJsonObject failed = QJsonDocument::fromJson(RefreshReportJson(result, m_site))
+                                   .object()[QStringLiteral("failed_pages")]
+                                   .toArray()[0]
+                                   .toObject();
+    QCOMPARE(failed[QStringLiteral("page")].toString() + failed[QStringLiteral("failure")].toString(),
+             QStringLiteral("main-categorynetwork"));
     QVERIFY(m_messages.isEmpty());
     QCOMPARE(m_stopCaption, QStringLiteral("Stop Refresh"));
     QVERIFY(!m_feedbackVisible);
