@@ -12,9 +12,6 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QNetworkProxy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -292,12 +289,8 @@ void tst_modRetreiver::storedPagesGiveOnlyTheEntriesThatPass() {
     QCOMPARE(result.FailedPages.size(), size_t(1));
     QVERIFY(result.FailedPages[0].Url == QStringLiteral("http://listings.ebay.com/Odd_W0QQsacatZ500") &&
             !result.FailedPages[0].IsIndex);
-    const QJsonObject failed = QJsonDocument::fromJson(RefreshReportJson(result, m_site))
-                                   .object()[QStringLiteral("failed_pages")]
-                                   .toArray()[0]
-                                   .toObject();
-    QCOMPARE(failed[QStringLiteral("page")].toString() + failed[QStringLiteral("failure")].toString(),
-             QStringLiteral("main-categorynetwork"));
+    const QByteArray report = RefreshReportJson(result, m_site);
+    QVERIFY(report.contains(R"("failure": "network")") && report.contains(R"("page": "main-category")"));
     QVERIFY(m_messages.isEmpty());
     QCOMPARE(m_stopCaption, QStringLiteral("Stop Refresh"));
     QVERIFY(!m_feedbackVisible);
