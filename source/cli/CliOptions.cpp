@@ -1,5 +1,7 @@
 #include "CliOptions.h"
 
+#include "CategoryBackup.h"
+#include "CategoryCatalogue.h"
 #include "HostHooks.h"
 #include "HttpPageSource.h"
 #include "Terminal.h"
@@ -31,29 +33,31 @@ bool ApplyLocale(const QString& name) {
 }
 
 QString ProgramHelp() {
-    return QStringLiteral(
-        "Usage: marquill-cli COMMAND [options]\n"
-        "The keyword search of Marquill without windows, for scripts.\n"
-        "\n"
-        "Commands:\n"
-        "  search    Runs a keyword search and prints the words with their counts.\n"
-        "  tree      Prints the category tree of a site.\n"
-        "  refresh   Crawls a site's category pages into the category file.\n"
-        "  recount   Counts the titles kept by search --save-titles again, without a page load.\n"
-        "  diff      Compares two lists or two kept sets of titles word by word.\n"
-        "  compare   Searches one category on both sites and sets the counts side by side.\n"
-        "\n"
-        "  marquill-cli COMMAND --help   the options of a command\n"
-        "  marquill-cli --version        the version\n"
-        "\n"
-        "Exit status:\n"
-        "  0    finished (a search that found nothing included)\n"
-        "  2    bad arguments, or a node that is not in the tree\n"
-        "  3    the network does not answer (offline)\n"
-        "  4    the category file, or a file to recount or diff, cannot be opened or read\n"
-        "  5    a refresh found no category; the former ones are kept\n"
-        "  7    the --output or --report file cannot be written\n"
-        "  130  stopped by Ctrl-C; what was found is still written\n");
+    return QStringLiteral("Usage: marquill-cli COMMAND [options]\n"
+                          "The keyword search of Marquill without windows, for scripts.\n"
+                          "\n"
+                          "Commands:\n"
+                          "  search    Runs a keyword search and prints the words with their counts.\n"
+                          "  tree      Prints the category tree of a site.\n"
+                          "  refresh   Crawls a site's category pages into the category file.\n"
+                          "  restore   Puts back the category file from before the last refresh.\n"
+                          "  recount   Counts the titles kept by search --save-titles again, without a page load.\n"
+                          "  diff      Compares two lists or two kept sets of titles word by word.\n"
+                          "  compare   Searches one category on both sites and sets the counts side by side.\n"
+                          "\n"
+                          "  marquill-cli COMMAND --help   the options of a command\n"
+                          "  marquill-cli --version        the version\n"
+                          "\n"
+                          "Exit status:\n"
+                          "  0    finished (a search that found nothing included)\n"
+                          "  2    bad arguments, or a node that is not in the tree\n"
+                          "  3    the network does not answer (offline)\n"
+                          "  4    the category file, or a file to recount or diff, cannot be opened or read\n"
+                          "  5    a refresh found no category; the former ones are kept\n"
+                          "  6    a refresh finished, but pages failed, a bound was reached or a save\n"
+                          "       was refused: its categories may be partial\n"
+                          "  7    the --output or --report file cannot be written\n"
+                          "  130  stopped by Ctrl-C; what was found is still written\n");
 }
 
 CommandOptions::CommandOptions(const QString& command, const QString& description) : m_command(command) {
@@ -138,6 +142,25 @@ std::optional<int> CommandOptions::Parse(const QStringList& arguments) {
     return std::nullopt;
 }
 
+void CommandOptions::ApplyDataFolder() {
+    const QString data = IsSet(QStringLiteral("data")) ? Value(QStringLiteral("data"))
+                                                       : QCoreApplication::applicationDirPath();
+    SetProgramFolder(QDir(data).absolutePath());
+}
+
+QString CategoryFilePath() {
+    return ProgramFolder() + u'/' + CategoryFileName;
+}
+
+void WarnOfUnfinishedRefresh() {
+    if (LastRefreshUnfinished(CategoryFilePath()))
+        Err() << "The last refresh of " << QDir::toNativeSeparators(CategoryFilePath())
+              << " did not finish; its categories may be partial. To put back the file from before it: "
+                 "marquill-cli restore --data "
+              << QDir::toNativeSeparators(ProgramFolder()) << '\n'
+              << Qt::flush;
+}
+
 QString CommandOptions::ApplyCommon(const QString& chosenSite) {
     const QString site = chosenSite.isEmpty() ? Value(QStringLiteral("site")) : chosenSite;
     if (site != USSiteLabel && site != UKSiteLabel) {
@@ -145,9 +168,7 @@ QString CommandOptions::ApplyCommon(const QString& chosenSite) {
               << '\n';
         return QString();
     }
-    const QString data = IsSet(QStringLiteral("data")) ? Value(QStringLiteral("data"))
-                                                       : QCoreApplication::applicationDirPath();
-    SetProgramFolder(QDir(data).absolutePath());
+    ApplyDataFolder();
     if (IsSet(QStringLiteral("proxy"))) {
         const QUrl proxy(Value(QStringLiteral("proxy")));
         if (!proxy.isValid() || proxy.host().isEmpty() || proxy.port() <= 0) {

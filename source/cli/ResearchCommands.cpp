@@ -46,15 +46,14 @@ void AddListOptions(CommandOptions& options, const QString& formats) {
     options.Add({QStringLiteral("quiet"), QStringLiteral("No summary; warnings and errors only.")});
 }
 
-QString DataFolder(const CommandOptions& options) {
-    return QDir(options.IsSet(QStringLiteral("data")) ? options.Value(QStringLiteral("data"))
-                                                      : QCoreApplication::applicationDirPath())
-        .absolutePath();
+QString DataFolder(CommandOptions& options) {
+    options.ApplyDataFolder();
+    return ProgramFolder();
 }
 
 // The exclusion file to count with; empty after saying why a chosen one cannot be read. The data
 // folder's own list is taken as a search takes it: when it is missing, nothing is excluded.
-QString ExclusionPath(const CommandOptions& options, const QString& command) {
+QString ExclusionPath(CommandOptions& options, const QString& command) {
     if (!options.IsSet(QStringLiteral("exclude")))
         return DataFolder(options) + QStringLiteral("/exclude.dat");
     const QString path = options.Value(QStringLiteral("exclude"));

@@ -131,6 +131,7 @@ int RunSearchCommand(const QStringList& arguments) {
     if (const std::optional<int> status = research.Read(options, QStringLiteral("search")))
         return *status;
 
+    WarnOfUnfinishedRefresh();
     LoadCategories();
     const std::shared_ptr<const CategoryTree> tree = CurrentCategoryTree();
     if (!tree || !tree->Root())

@@ -18,8 +18,13 @@ struct Command {
 };
 
 constexpr Command Commands[] = {
-    {u"search", RunSearchCommand},   {u"tree", RunTreeCommand}, {u"refresh", RunRefreshCommand},
-    {u"recount", RunRecountCommand}, {u"diff", RunDiffCommand}, {u"compare", RunCompareCommand},
+    {u"search", RunSearchCommand},
+    {u"tree", RunTreeCommand},
+    {u"refresh", RunRefreshCommand},
+    {u"restore", RunRestoreCommand},
+    {u"recount", RunRecountCommand},
+    {u"diff", RunDiffCommand},
+    {u"compare", RunCompareCommand},
 };
 
 } // namespace
