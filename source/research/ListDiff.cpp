@@ -46,6 +46,10 @@ std::optional<std::vector<ResultRow>> ReadResultList(const QByteArray& bytes, QS
     if (bytes.trimmed().startsWith('{'))
         return ReadJsonList(bytes, error);
     const QString text = DecodeList(bytes);
+    // The window ends its lines with CR LF and never quotes: a word it wrote may begin with a
+    // quote and hold commas, so its lines are cut at their last comma alone.
+    const qsizetype firstEnd = text.indexOf(u'\n');
+    const bool windowFile = firstEnd > 0 && text[firstEnd - 1] == u'\r';
     std::vector<ResultRow> rows;
     qsizetype i = 0;
     int lineNumber = 0;
@@ -64,7 +68,7 @@ std::optional<std::vector<ResultRow>> ReadResultList(const QByteArray& bytes, QS
                     inQuotes = false;
                 else
                     field += c;
-            } else if (c == u'"' && field.isEmpty() && !quoted) {
+            } else if (c == u'"' && field.isEmpty() && !quoted && !windowFile) {
                 inQuotes = quoted = true;
             } else if (c == u',') {
                 fields << std::exchange(field, QString());
@@ -81,7 +85,7 @@ std::optional<std::vector<ResultRow>> ReadResultList(const QByteArray& bytes, QS
             continue;
         // word,count,titles from the command-line tool; else the word is all before the last
         // comma, as the window writes a word that holds commas.
-        if (fields.size() == 3 && IsCount(fields[1]) && IsCount(fields[2]))
+        if (!windowFile && fields.size() == 3 && IsCount(fields[1]) && IsCount(fields[2]))
             fields.removeLast();
         const QString count = fields.size() >= 2 ? fields.takeLast() : QString();
         if (!IsCount(count)) {

@@ -133,8 +133,8 @@ void tst_Research::phrasesAndSharesFollowTheTally() {
 
 void tst_Research::diffOrdersTheFourChanges() {
     QString error;
-    // The window's results file, a comma inside a word unquoted; the tool's csv with titles.
-    const auto a = ReadResultList("ring,5\r\ngold,,4\r\nsilver,3\r\nold,1\r\nlamp,1\r\n", error);
+    // The window's results file, unquoted words with a comma or a quote; the tool's csv with titles.
+    const auto a = ReadResultList("ring,5\r\ngold,,4\r\nsilver,3\r\n\"old\",1\r\nlamp,1\r\n", error);
     const auto b =
         ReadResultList("ring,9,4\n\"gold,\",4,2\nnew,3,1\nvase,3,3\nsilver,1,1\nlamp,2,1\n", error);
     QVERIFY(a && b);
@@ -151,7 +151,7 @@ void tst_Research::diffOrdersTheFourChanges() {
                          {"silver", "fell", "3", "3", "5", "1"},
                          {"new", "new", "0", "0", "3", "3"},
                          {"vase", "new", "0", "0", "4", "3"},
-                         {"old", "gone", "4", "1", "0", "0"},
+                         {"\"old\"", "gone", "4", "1", "0", "0"},
                          {"gold,", "same", "2", "4", "2", "4"}}));
     QVERIFY(!ReadResultList("ring,5\nno count here\n", error));
     QCOMPARE(error, "line 2 is not word,count");
