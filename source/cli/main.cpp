@@ -81,9 +81,8 @@ bool applyCommonOptions(const QCommandLineParser& parser, QString& site) {
         err() << "marquill-cli: --site must be " << USSiteLabel << " or " << UKSiteLabel << '\n';
         return false;
     }
-    const QString data = parser.isSet(QStringLiteral("data")) ? parser.value(QStringLiteral("data"))
-                                                              : QCoreApplication::applicationDirPath();
-    SetProgramFolder(QDir(data).absolutePath());
+    if (parser.isSet(QStringLiteral("data")))
+        SetDataFolder(parser.value(QStringLiteral("data")));
     if (parser.optionNames().contains(QStringLiteral("proxy"))) {
         const QUrl proxy(parser.value(QStringLiteral("proxy")));
         if (!proxy.isValid() || proxy.host().isEmpty() || proxy.port() <= 0) {
@@ -170,7 +169,7 @@ int runRefresh(const QCommandLineParser& parser) {
     if (!applyCommonOptions(parser, site))
         return ExitBadArguments;
     // The refresh saves into the file that the tree is read from.
-    CategoryStore.CategoryFilePath = ProgramFolder() + u'/' + CategoryFileName;
+    CategoryStore.CategoryFilePath = CategoryFilePath();
     installStop();
     const RefreshResult result = RefreshCategories();
     err() << "\rTotal Found: " << result.MainCount << " (" << result.SubCount << ")\n" << Qt::flush;
@@ -191,6 +190,7 @@ int runRefresh(const QCommandLineParser& parser) {
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("marquill-cli"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(MARQUILL_VERSION));
     const QStringList arguments = QCoreApplication::arguments();
     const QString command = arguments.value(1);
 
@@ -200,7 +200,8 @@ int main(int argc, char** argv) {
         QStringLiteral("site"), QStringLiteral("The site: ebay.com or ebay.co.uk."), QStringLiteral("SITE"));
     const QCommandLineOption dataOption(
         QStringLiteral("data"),
-        QStringLiteral("Folder of aeurl.xml and exclude.dat (default: the program's)."),
+        QStringLiteral("Folder of aeurl.xml and exclude.dat (default: MARQUILL_DATA, a portable "
+                       "folder, else the user's data folder)."),
         QStringLiteral("DIR"));
     const QCommandLineOption proxyOption(QStringLiteral("proxy"),
                                          QStringLiteral("HTTP proxy, e.g. http://127.0.0.1:8080."),
@@ -220,6 +221,9 @@ int main(int argc, char** argv) {
         parser.addOption(proxyOption);
     } else if (command == u"tree") {
         parser.setApplicationDescription(QStringLiteral("Prints the category tree: FullPath, tab, key."));
+    } else if (command == u"--version") {
+        QTextStream(stdout) << "marquill-cli " << QCoreApplication::applicationVersion() << '\n';
+        return ExitOk;
     } else {
         const bool help = command == u"--help" || command == u"-h";
         QTextStream usage(help ? stdout : stderr);
@@ -227,7 +231,8 @@ int main(int argc, char** argv) {
                  "[--proxy URL]\n"
                  "       marquill-cli tree --site SITE [--data DIR]\n"
                  "       marquill-cli refresh --site SITE [--data DIR] [--proxy URL]\n"
-                 "       marquill-cli COMMAND --help\n";
+                 "       marquill-cli COMMAND --help\n"
+                 "       marquill-cli --version\n";
         return help ? ExitOk : ExitBadArguments;
     }
     QStringList rest = arguments;

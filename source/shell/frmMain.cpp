@@ -5,9 +5,11 @@
 #include "catalogue/modRetreiver.h"
 #include "harvest/modParser.h"
 #include "platform/ARButton.h"
+#include "platform/DataPaths.h"
 #include "platform/HostHooks.h"
 #include "platform/Inet.h"
 #include "platform/MessageBox.h"
+#include "platform/ProgramIcon.h"
 #include "platform/ScreenPointer.h"
 #include "platform/WorkAnimation.h"
 #include "results/frmSummary.h"
@@ -20,6 +22,7 @@
 #include <QFile>
 #include <QFontDatabase>
 #include <QGuiApplication>
+#include <QIcon>
 #include <QPixmap>
 #include <QScreen>
 #include <QTreeWidgetItem>
@@ -87,6 +90,7 @@ void frmMain::ResetSeams() {
 
 frmMain::frmMain(QWidget* parent) : QMainWindow(parent), m_ui(std::make_unique<Ui::frmMain>()) {
     m_ui->setupUi(this);
+    setWindowIcon(ProgramIcon());
     ApplyLook();
     InstallHooks();
 
@@ -151,7 +155,7 @@ void frmMain::ApplyLook() {
     m_ui->cmdGetKeywords->setFont(FormFont(9.75, true));
     m_ui->StatusBar1->setSizeGripEnabled(false);
 
-    const QString logo = ProgramFolder() + QStringLiteral("/logo.png");
+    const QString logo = ReadOnlyFilePath(QStringLiteral("logo.png"));
     if (QFile::exists(logo))
         m_ui->Image1->setPixmap(QPixmap(logo));
     else
@@ -205,7 +209,7 @@ void frmMain::Form_Load() {
     m_ui->cboSite->setCurrentIndex(1);
     LoadCategories();
     CatalogueLogic.FormLoading = FlagFalse;
-    m_ui->WebBrowser1->Navigate(ProgramFolder() + QStringLiteral("/anwork.gif"));
+    m_ui->WebBrowser1->Navigate(ReadOnlyFilePath(QStringLiteral("anwork.gif")));
 }
 
 void frmMain::HideFeedback() {

@@ -1,3 +1,4 @@
+#include "DataPaths.h"
 #include "HostHooks.h"
 #include "SiteSim.h"
 #include "modMain.h"
@@ -18,9 +19,12 @@ struct Run {
     QString err;
 };
 
-Run runCli(const QStringList& arguments) {
+Run runCli(const QStringList& arguments, const QProcessEnvironment& environment = {},
+           const QString& program = QStringLiteral(MARQUILL_CLI)) {
     QProcess process;
-    process.start(QStringLiteral(MARQUILL_CLI), arguments);
+    if (!environment.isEmpty())
+        process.setProcessEnvironment(environment);
+    process.start(program, arguments);
     Run run;
     if (!process.waitForFinished(120000))
         return run;
@@ -76,6 +80,7 @@ private Q_SLOTS:
     void interruptEndsTheSearchAndPrintsTheList();
     void refreshFillsTheFileFromTheSite();
     void killedRefreshLeavesAPrefixOfTheFinds();
+    void filesAreFoundByTheRules();
 
 private:
     QStringList common() const;
@@ -243,6 +248,52 @@ void tst_Cli::killedRefreshLeavesAPrefixOfTheFinds() {
     QVERIFY(tree.out.size() > 3);
     QCOMPARE(tree.out, m_catalogue.mid(0, tree.out.size()));
     QVERIFY(!QFile::exists(data.filePath(QStringLiteral("aeurl.xml.unreadable"))));
+}
+
+// A copy of the tool in an installed layout, each folder holding a category file of its own size.
+void tst_Cli::filesAreFoundByTheRules() {
+    QTemporaryDir root;
+    const QString bin = root.filePath(QStringLiteral("bin")), cli = bin + QStringLiteral("/marquill-cli");
+    const QString shipped = root.filePath(QStringLiteral("share/marquill")),
+                  own = root.filePath(QStringLiteral("own"));
+    const QString user = root.filePath(QStringLiteral("xdg/marquill"));
+    QVERIFY(QDir().mkpath(bin) && QDir().mkpath(shipped) && QDir().mkpath(own));
+    QVERIFY(QFile::copy(QStringLiteral(MARQUILL_CLI), cli));
+    writeCatalogue(shipped, USSiteLabel, m_catalogue.mid(1, 2));
+    writeCatalogue(own, USSiteLabel, m_catalogue.mid(1, 4));
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("XDG_DATA_HOME"), root.filePath(QStringLiteral("xdg")));
+    env.remove(QStringLiteral("MARQUILL_DATA"));
+    const QStringList tree{QStringLiteral("tree"), QStringLiteral("--site"), USSiteLabel};
+
+    // Installed: the user's data folder, seeded from the shipped file, which is said once.
+    const Run first = runCli(tree, env, cli);
+    QCOMPARE(first.out, m_catalogue.mid(0, 3));
+    QVERIFY2(first.err.contains(QStringLiteral("first use: copied the category file to ") + user),
+             qPrintable(first.err));
+    QVERIFY(QFile::exists(user + QStringLiteral("/aeurl.xml")));
+    const Run again = runCli(tree, env, cli);
+    QCOMPARE(again.out, first.out);
+    QVERIFY(!again.err.contains(QStringLiteral("first use")));
+    // MARQUILL_DATA names the folder, and --data comes before it.
+    env.insert(QStringLiteral("MARQUILL_DATA"), own);
+    QCOMPARE(runCli(tree, env, cli).out, m_catalogue.mid(0, 5));
+    QCOMPARE(runCli(tree + QStringList{QStringLiteral("--data"), user}, env, cli).out, m_catalogue.mid(0, 3));
+    // Portable: the program's own folder holds a category file it may write.
+    env.remove(QStringLiteral("MARQUILL_DATA"));
+    QVERIFY(QFile::copy(own + QStringLiteral("/aeurl.xml"), bin + QStringLiteral("/aeurl.xml")));
+    QCOMPARE(runCli(tree, env, cli).out, m_catalogue.mid(0, 5));
+    // ... unless it may not be written (root may write anything, so the rule is asked directly).
+    const DataFolderFacts readOnly{QString(), QString(), bin, user, [](const QString&) { return false; }};
+    QCOMPARE(ResolveDataFolders(readOnly).Data, user);
+    QCOMPARE(ResolveDataFolders(readOnly).Shipped, shipped);
+
+    // The exclusion list: the user's copy when there is one, else the shipped one.
+    SetDataFolder(own);
+    QCOMPARE(ExclusionFilePath(), CurrentDataFolders().Shipped + QStringLiteral("/exclude.dat"));
+    QVERIFY(QFile(own + QStringLiteral("/exclude.dat")).open(QIODevice::WriteOnly));
+    QCOMPARE(ExclusionFilePath(), own + QStringLiteral("/exclude.dat"));
+    SetDataFolder(QString());
 }
 
 QTEST_GUILESS_MAIN(tst_Cli)
