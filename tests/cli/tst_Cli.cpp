@@ -247,6 +247,7 @@ void tst_Cli::filesAreFoundByTheRules() {
     QVERIFY(QDir().mkpath(bin) && QDir().mkpath(shipped));
     QVERIFY(QFile::copy(QStringLiteral(MARQUILL_CLI), cli));
     writeCatalogue(shipped, USSiteLabel, m_catalogue.mid(1, 2));
+    QVERIFY(QFile::setPermissions(shipped + QStringLiteral("/aeurl.xml"), QFileDevice::ReadOwner));
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert(QStringLiteral("XDG_DATA_HOME"), root.filePath(QStringLiteral("xdg")));
     env.remove(QStringLiteral("MARQUILL_DATA"));
@@ -258,6 +259,7 @@ void tst_Cli::filesAreFoundByTheRules() {
     QVERIFY2(first.err.contains(QStringLiteral("first use: copied the category file to ") + user),
              qPrintable(first.err));
     QVERIFY(!runCli(tree, env, cli).err.contains(QStringLiteral("first use")));
+    QVERIFY(QFile::permissions(user + QStringLiteral("/aeurl.xml")) & QFileDevice::WriteOwner);
     // MARQUILL_DATA names the folder, and --data comes before it. The other site there has no entries.
     env.insert(QStringLiteral("MARQUILL_DATA"), own);
     QCOMPARE(runCli(tree, env, cli).out, m_catalogue);
