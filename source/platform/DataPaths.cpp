@@ -20,7 +20,6 @@ struct Settings {
     QString dataFolder;
     QString programFolder;
     std::optional<DataFolders> resolved;
-    bool seedTried = false;
 };
 
 Settings& settings() {
@@ -30,39 +29,32 @@ Settings& settings() {
 
 void forget() {
     settings().resolved.reset();
-    settings().seedTried = false;
 }
 
 QString absolute(const QString& folder) {
     return QDir::cleanPath(QDir(folder).absolutePath());
 }
 
-// Copies the shipped category file into a fresh user data folder, once, and says so: the window's
-// status bar stays empty, so standard error is where both programs tell it.
-void seedUserFolder(const DataFolders& folders) {
+// Copies the shipped category file into a fresh user data folder and says so: the window's status
+// bar stays empty, so standard error is where both programs tell it. Once there, it is the user's.
+// Returns the file to use: the user's, or the shipped one when the copy cannot be made, so that the
+// tree can still be read and a refresh says it cannot write.
+QString seedUserFolder(const DataFolders& folders) {
     const QString target = folders.Data + u'/' + CategoryFileName;
-    if (QFileInfo::exists(target))
-        return;
     const QString source = folders.Shipped + u'/' + CategoryFileName;
-    const QString name = QCoreApplication::applicationName();
-    if (!QDir().mkpath(folders.Data)) {
-        std::fprintf(stderr, "%s: cannot create the data folder %s\n", qUtf8Printable(name),
-                     qUtf8Printable(QDir::toNativeSeparators(folders.Data)));
-        return;
-    }
     // Without a shipped file the open creates an empty one, as for a file that went missing.
-    if (!QFileInfo::exists(source))
-        return;
-    if (!QFile::copy(source, target)) {
-        std::fprintf(stderr, "%s: cannot copy %s to %s\n", qUtf8Printable(name),
-                     qUtf8Printable(QDir::toNativeSeparators(source)),
-                     qUtf8Printable(QDir::toNativeSeparators(target)));
-        return;
+    if (QFileInfo::exists(target) || !QFileInfo::exists(source))
+        return target;
+    const QByteArray name = QCoreApplication::applicationName().toUtf8();
+    if (!QDir().mkpath(folders.Data) || !QFile::copy(source, target)) {
+        std::fprintf(stderr, "%s: cannot copy the category file to %s; reading %s\n", name.constData(),
+                     qUtf8Printable(QDir::toNativeSeparators(target)),
+                     qUtf8Printable(QDir::toNativeSeparators(source)));
+        return source;
     }
-    // The shipped file is read-only for the user; the copy is the user's to refresh.
-    QFile::setPermissions(target, QFile::permissions(target) | QFileDevice::WriteOwner);
-    std::fprintf(stderr, "%s: first use: copied the category file to %s\n", qUtf8Printable(name),
+    std::fprintf(stderr, "%s: first use: copied the category file to %s\n", name.constData(),
                  qUtf8Printable(QDir::toNativeSeparators(target)));
+    return target;
 }
 
 } // namespace
@@ -111,11 +103,8 @@ const DataFolders& CurrentDataFolders() {
 
 QString CategoryFilePath() {
     const DataFolders& folders = CurrentDataFolders();
-    Settings& s = settings();
-    if (folders.Rule == DataFolderRule::UserData && !s.seedTried) {
-        s.seedTried = true;
-        seedUserFolder(folders);
-    }
+    if (folders.Rule == DataFolderRule::UserData)
+        return seedUserFolder(folders);
     return folders.Data + u'/' + CategoryFileName;
 }
 

@@ -260,6 +260,12 @@ void tst_Cli::filesAreFoundByTheRules() {
              qPrintable(first.err));
     QVERIFY(!runCli(tree, env, cli).err.contains(QStringLiteral("first use")));
     QVERIFY(QFile::permissions(user + QStringLiteral("/aeurl.xml")) & QFileDevice::WriteOwner);
+    // A data folder that cannot be made: the shipped file is read, and that is said.
+    env.insert(QStringLiteral("XDG_DATA_HOME"), cli);
+    const Run noFolder = runCli(tree, env, cli);
+    QCOMPARE(noFolder.out, first.out);
+    QVERIFY(noFolder.err.contains(QStringLiteral("cannot copy the category file")));
+    env.insert(QStringLiteral("XDG_DATA_HOME"), root.filePath(QStringLiteral("xdg")));
     // MARQUILL_DATA names the folder, and --data comes before it. The other site there has no entries.
     env.insert(QStringLiteral("MARQUILL_DATA"), own);
     QCOMPARE(runCli(tree, env, cli).out, m_catalogue);
