@@ -1,7 +1,9 @@
 #include "frmHelp.h"
 
 #include "platform/DataPaths.h"
+#include "platform/FormFont.h"
 #include "platform/ProgramIcon.h"
+#include "platform/WindowPlacement.h"
 #include "ui_frmHelp.h"
 
 #include <QIcon>
@@ -11,16 +13,14 @@ frmHelp::frmHelp(QWidget* owner) : QDialog(owner), m_ui(std::make_unique<Ui::frm
     m_ui->setupUi(this);
     setWindowFlags(Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
     setFixedSize(size());
+    CentreOnOwner(this, owner);
     setWindowIcon(ProgramIcon());
     QPalette palette = this->palette();
     palette.setColor(QPalette::Window, QColor(240, 240, 233));
     setPalette(palette);
     setAutoFillBackground(true);
 
-    QFont buttonFont;
-    buttonFont.setFamilies({QStringLiteral("MS Sans Serif"), QStringLiteral("DejaVu Sans")});
-    buttonFont.setPointSizeF(8.25);
-    m_ui->cmdClose->setFont(buttonFont);
+    m_ui->cmdClose->setFont(FormFont(QStringLiteral("MS Sans Serif"), 8.25));
     const QColor buttonFace = QPalette().color(QPalette::Button);
     m_ui->cmdClose->SetBackColor(buttonFace);
     m_ui->cmdClose->SetBackColorOnMouse(buttonFace);
