@@ -4,6 +4,7 @@
 #include "CategoryCatalogue.h"
 #include "CategoryTree.h"
 #include "CliOptions.h"
+#include "DataPaths.h"
 #include "HostHooks.h"
 #include "Inet.h"
 #include "ListDiff.h"
@@ -46,16 +47,12 @@ void AddListOptions(CommandOptions& options, const QString& formats) {
     options.Add({QStringLiteral("quiet"), QStringLiteral("No summary; warnings and errors only.")});
 }
 
-QString DataFolder(CommandOptions& options) {
-    options.ApplyDataFolder();
-    return ProgramFolder();
-}
-
-// The exclusion file to count with; empty after saying why a chosen one cannot be read. The data
-// folder's own list is taken as a search takes it: when it is missing, nothing is excluded.
+// The exclusion file to count with; empty after saying why a chosen one cannot be read. Without
+// --exclude the list is the one a search reads, and a missing one excludes nothing, as there.
 QString ExclusionPath(CommandOptions& options, const QString& command) {
+    options.ApplyDataFolder();
     if (!options.IsSet(QStringLiteral("exclude")))
-        return DataFolder(options) + QStringLiteral("/exclude.dat");
+        return ExclusionFilePath();
     const QString path = options.Value(QStringLiteral("exclude"));
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {

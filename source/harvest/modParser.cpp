@@ -2,6 +2,7 @@
 
 #include "BrowserPage.h"
 #include "CategoryTree.h"
+#include "DataPaths.h"
 #include "HarvestObserver.h"
 #include "HostHooks.h"
 #include "TallyObserver.h"
@@ -34,7 +35,7 @@ bool stopRequested() {
 } // namespace
 
 void LoadExclusions() {
-    LoadExclusionsFrom(ProgramFolder() + QStringLiteral("/exclude.dat"));
+    LoadExclusionsFrom(ExclusionFilePath());
 }
 
 void LoadExclusionsFrom(const QString& path) {
