@@ -64,7 +64,7 @@ int main() {
     // The worst shape found for the parser: elements left open with stray end tags between them,
     // at the body size cap. Each stray end tag makes the parser look through every open element.
     QByteArray soup = "<html><body>";
-    for (int i = 0; i < HtmlMaxOpenElements - 3; ++i)
+    for (int i = 0; i < HtmlMaxTreeDepth - 3; ++i)
         soup += "<span>";
     while (soup.size() < 16 * 1024 * 1024)
         soup += "</p>";

@@ -3,6 +3,7 @@
 #include "PageSource.h"
 
 #include <QString>
+#include <QStringView>
 #include <memory>
 #include <vector>
 
@@ -28,6 +29,13 @@ public:
     virtual HtmlElement* parentElement() const = 0;
     // The element's name in capitals, such as "B".
     virtual QString tagName() const = 0;
+
+    // DefaultValue().startsWith(prefix) and innerHTML().startsWith(prefix), case-sensitive, for
+    // a walk that looks at the start only: they read no more of the element than that needs.
+    virtual bool DefaultValueStartsWith(QStringView prefix) const {
+        return DefaultValue().startsWith(prefix);
+    }
+    virtual bool InnerHtmlStartsWith(QStringView prefix) const { return innerHTML().startsWith(prefix); }
 };
 
 class HtmlDocument {

@@ -187,11 +187,11 @@ void ScanListingPage(const QString& url) {
             HarvestState.ScanHalted = FlagTrue;
             break;
         }
-        const QString target = anchor->DefaultValue();
-        const QString inner = anchor->innerHTML();
-        if (target.startsWith(prefix, Qt::CaseSensitive) && !inner.startsWith(u"<IMG", Qt::CaseSensitive)) {
+        // Only the starts of the target and the markup decide, so only an auction's title is
+        // written out whole.
+        if (anchor->DefaultValueStartsWith(prefix) && !anchor->InnerHtmlStartsWith(u"<IMG")) {
             ++HarvestState.AuctionsScanned;
-            TallyTitle(inner);
+            TallyTitle(anchor->innerHTML());
         }
         if (stopRequested()) {
             HarvestState.ScanHalted = FlagTrue;
