@@ -88,12 +88,6 @@ struct DomCharacters : DomNode {
     std::uint32_t length = 0;
 };
 
-struct DomAttribute {
-    const char* name;
-    std::uint32_t offset;
-    std::uint32_t length;
-};
-
 // Nodes are made in blocks, so a page of thousands of elements costs a handful of allocations.
 template <class T> class NodePool {
 public:
@@ -172,26 +166,22 @@ public:
         if (dictionary && xmlDictReference(dictionary) == 0)
             m_dictionary = dictionary;
     }
-    // What the tokens carried past libxml2 needs to be read back.
+    // The text and names that libxml2 saw only as stand-ins; the text becomes the document's own.
     void TakeSource(NormalisedHtml& source) {
-        m_names = std::move(source.names);
-        m_standIns = source.standIns;
-        m_chars.reserve(std::size_t(source.markup.size()));
+        m_source = std::move(source);
+        m_chars = std::move(m_source.text);
     }
 
     DomElement* AddElement(DomNode* parent, const xmlChar* name, const xmlChar** attributes) {
-        const char* text = RestoreName(reinterpret_cast<const char*>(name), m_names);
-        const auto firstAttribute = std::uint32_t(m_attributes.size());
-        for (const xmlChar** a = attributes; a && a[0]; a += 2) {
-            const char* value = a[1] ? reinterpret_cast<const char*>(a[1]) : "";
-            const auto offset = std::uint32_t(m_chars.size());
-            AppendChars(value, std::strlen(value));
-            m_attributes.push_back({RestoreName(reinterpret_cast<const char*>(a[0]), m_names), offset,
-                                    std::uint32_t(m_chars.size() - offset)});
-        }
+        const char* text = RestoreName(reinterpret_cast<const char*>(name), m_source.names);
+        // The only attribute the parser saw stands for the list of the tag's own.
+        NormalisedHtml::Piece list{0, 0};
+        if (attributes && attributes[0] && attributes[1])
+            if (const NormalisedHtml::Piece* found =
+                    AttributeListOf(reinterpret_cast<const char*>(attributes[1]), m_source))
+                list = *found;
         DomElement* element = m_elementPool.Make();
-        element->Set(this, text, Flags(text), firstAttribute,
-                     std::uint32_t(m_attributes.size()) - firstAttribute);
+        element->Set(this, text, Flags(text), list.offset, list.length);
         if (parent)
             Append(parent, element);
         else if (!m_root)
@@ -210,23 +200,40 @@ public:
         return element;
     }
 
-    void AddCharacters(DomNode* parent, const char* text, std::size_t length, NodeKind kind) {
-        if (length == 0 && kind == NodeKind::Text)
+    // Text or a comment as libxml2 reports it: a stand-in for a piece of the page's text, or white
+    // space as it stands.
+    void AddCharacters(DomNode* parent, const char* written, std::size_t length, NodeKind kind) {
+        std::uint32_t offset = 0;
+        std::uint32_t size = 0;
+        if (const NormalisedHtml::Piece* piece = PieceOf(written, length, m_source.pieces)) {
+            offset = piece->offset;
+            size = piece->length;
+        } else if (length > 0) {
+            offset = std::uint32_t(m_chars.size());
+            size = std::uint32_t(length);
+            m_chars.append(written, length);
+        } else if (kind == NodeKind::Text) {
             return;
-        // Text that the parser hands over in pieces is one node, as the page has it.
+        }
+        // Text that comes in pieces is one node, as the page has it.
         if (kind == NodeKind::Text && parent->lastChild && parent->lastChild->kind == NodeKind::Text) {
             auto* last = static_cast<DomCharacters*>(parent->lastChild);
-            if (last->offset + last->length == m_chars.size()) {
-                AppendChars(text, length);
-                last->length = std::uint32_t(m_chars.size() - last->offset);
-                return;
+            if (last->offset + last->length != offset) {
+                // Rare: text behind an end tag the parser ignored. The two are joined at the end.
+                const std::string joined =
+                    std::string(Chars(last->offset, last->length)) + std::string(Chars(offset, size));
+                last->offset = std::uint32_t(m_chars.size());
+                last->length = 0;
+                m_chars += joined;
+                size = std::uint32_t(joined.size());
             }
+            last->length += size;
+            return;
         }
         DomCharacters* node = m_charactersPool.Make();
         node->kind = kind;
-        node->offset = std::uint32_t(m_chars.size());
-        AppendChars(text, length);
-        node->length = std::uint32_t(m_chars.size() - node->offset);
+        node->offset = offset;
+        node->length = size;
         Append(parent, node);
     }
 
@@ -234,7 +241,13 @@ public:
     std::string_view Chars(std::uint32_t offset, std::uint32_t length) const {
         return std::string_view(m_chars).substr(offset, length);
     }
-    const DomAttribute& AttributeAt(std::uint32_t index) const { return m_attributes[index]; }
+    std::string_view AttributeNameAt(std::uint32_t index) const {
+        return m_source.attributeNames[m_source.attributes[index].name];
+    }
+    std::string_view AttributeValueAt(std::uint32_t index) const {
+        const NormalisedHtml::Piece& value = m_source.attributes[index].value;
+        return Chars(value.offset, value.length);
+    }
     const QString& Base() const { return m_base; }
     const QString& BaseOrigin() const { return m_baseOrigin; }
 
@@ -250,13 +263,6 @@ public:
     }
 
 private:
-    void AppendChars(const char* text, std::size_t length) {
-        if (m_standIns)
-            RestoreStandIns(text, length, m_chars);
-        else
-            m_chars.append(text, length);
-    }
-
     static void Append(DomNode* parent, DomNode* child) {
         child->parent = parent;
         if (parent->lastChild)
@@ -276,7 +282,6 @@ private:
     }
 
     std::string m_chars;
-    std::vector<DomAttribute> m_attributes;
     NodePool<DomElement> m_elementPool;
     NodePool<DomCharacters> m_charactersPool;
     std::vector<HtmlElement*> m_all;
@@ -287,15 +292,13 @@ private:
     bool m_baseSeen = false;
     xmlDictPtr m_dictionary = nullptr;
     std::vector<std::pair<const char*, std::uint16_t>> m_flagCache;
-    std::vector<std::string> m_names;
-    bool m_standIns = false;
+    NormalisedHtml m_source;
 };
 
 bool DomElement::Attribute(const char* name, std::string_view* value) const {
     for (std::uint32_t i = 0; i < m_attributeCount; ++i) {
-        const DomAttribute& attribute = m_document->AttributeAt(m_firstAttribute + i);
-        if (std::strcmp(attribute.name, name) == 0) {
-            *value = m_document->Chars(attribute.offset, attribute.length);
+        if (m_document->AttributeNameAt(m_firstAttribute + i) == name) {
+            *value = m_document->AttributeValueAt(m_firstAttribute + i);
             return true;
         }
     }
@@ -325,8 +328,12 @@ void WalkChildren(const DomNode* root, Enter&& enter, Leave&& leave, const bool&
 }
 
 void AppendUpper(QByteArray& out, const char* name) {
-    for (const char* p = name; *p; ++p)
-        out.append((*p >= 'a' && *p <= 'z') ? char(*p - 'a' + 'A') : *p);
+    const auto length = qsizetype(std::strlen(name));
+    const qsizetype at = out.size();
+    out.resize(at + length);
+    char* to = out.data() + at;
+    for (qsizetype i = 0; i < length; ++i)
+        to[i] = (name[i] >= 'a' && name[i] <= 'z') ? char(name[i] - 'a' + 'A') : name[i];
 }
 
 // The escapes of the fragment serialization; the text is UTF-8, where a no-break space is C2 A0.
@@ -365,15 +372,19 @@ void AppendEscaped(QByteArray& out, std::string_view text, bool attributeMode) {
     }
 }
 
-void AppendStartTag(QByteArray& out, const DomElement* element, const DomDocument& document) {
+// With a limit, the attributes are left out once the name reaches it.
+void AppendStartTag(QByteArray& out, const DomElement* element, const DomDocument& document,
+                    qsizetype limit = -1) {
     out.append('<');
     AppendUpper(out, element->Name());
+    if (limit >= 0 && out.size() >= limit)
+        return;
     for (std::uint32_t i = 0; i < element->AttributeCount(); ++i) {
-        const DomAttribute& attribute = document.AttributeAt(element->FirstAttribute() + i);
+        const std::string_view name = document.AttributeNameAt(element->FirstAttribute() + i);
         out.append(' ');
-        out.append(attribute.name);
+        out.append(name.data(), qsizetype(name.size()));
         out.append("=\"");
-        AppendEscaped(out, document.Chars(attribute.offset, attribute.length), true);
+        AppendEscaped(out, document.AttributeValueAt(element->FirstAttribute() + i), true);
         out.append('"');
     }
     out.append('>');
@@ -395,7 +406,7 @@ void SerializeChildren(const DomNode* root, const DomDocument& document, QByteAr
             bool enter = false;
             if (node->kind == NodeKind::Element) {
                 const auto* element = static_cast<const DomElement*>(node);
-                AppendStartTag(out, element, document);
+                AppendStartTag(out, element, document, limit);
                 enter = !(element->Flags() & VoidElement);
             } else {
                 const auto* characters = static_cast<const DomCharacters*>(node);
@@ -721,8 +732,8 @@ std::unique_ptr<HtmlDocument> ParseHtmlDocument(const QByteArray& body, const QS
     if (body.isEmpty())
         return document;
     NormalisedHtml normalised = NormaliseHtml(DecodePageText(body, httpCharset));
+    const std::string markup = std::move(normalised.markup);
     document->TakeSource(normalised);
-    const QByteArray markup = std::move(normalised.markup);
 
     QuietDiagnostics quiet;
     htmlParserCtxtPtr parser = htmlNewParserCtxt();
@@ -743,7 +754,7 @@ std::unique_ptr<HtmlDocument> ParseHtmlDocument(const QByteArray& body, const QS
     sax.initialized = XML_SAX2_MAGIC;
     TreeBuilder builder(*document, parser);
     parser->_private = &builder;
-    htmlCtxtReadMemory(parser, markup.constData(), int(std::min<qsizetype>(markup.size(), INT_MAX)), nullptr,
+    htmlCtxtReadMemory(parser, markup.data(), int(std::min<std::size_t>(markup.size(), INT_MAX)), nullptr,
                        "UTF-8",
                        HTML_PARSE_RECOVER | HTML_PARSE_NONET | HTML_PARSE_NOERROR | HTML_PARSE_NOWARNING |
                            HTML_PARSE_NODEFDTD | HTML_PARSE_IGNORE_ENC);

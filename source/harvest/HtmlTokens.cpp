@@ -4,10 +4,11 @@
 #include "PageText.h"
 
 #include <algorithm>
-#include <cstdlib>
+#include <array>
+#include <charconv>
 #include <cstring>
-#include <string>
-#include <vector>
+#include <string_view>
+#include <unordered_map>
 
 namespace {
 
@@ -38,23 +39,25 @@ int HexValue(char c) {
     return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
 }
 
-void AppendUtf8(QByteArray& out, char32_t c) {
+void AppendUtf8(std::string& out, char32_t c) {
     if (c < 0x80) {
-        out.append(char(c));
+        out += char(c);
     } else if (c < 0x800) {
-        out.append(char(0xC0 | (c >> 6)));
-        out.append(char(0x80 | (c & 0x3F)));
+        out += char(0xC0 | (c >> 6));
+        out += char(0x80 | (c & 0x3F));
     } else if (c < 0x10000) {
-        out.append(char(0xE0 | (c >> 12)));
-        out.append(char(0x80 | ((c >> 6) & 0x3F)));
-        out.append(char(0x80 | (c & 0x3F)));
+        out += char(0xE0 | (c >> 12));
+        out += char(0x80 | ((c >> 6) & 0x3F));
+        out += char(0x80 | (c & 0x3F));
     } else {
-        out.append(char(0xF0 | (c >> 18)));
-        out.append(char(0x80 | ((c >> 12) & 0x3F)));
-        out.append(char(0x80 | ((c >> 6) & 0x3F)));
-        out.append(char(0x80 | (c & 0x3F)));
+        out += char(0xF0 | (c >> 18));
+        out += char(0x80 | ((c >> 12) & 0x3F));
+        out += char(0x80 | ((c >> 6) & 0x3F));
+        out += char(0x80 | (c & 0x3F));
     }
 }
+
+const char Replacement[] = "\xEF\xBF\xBD";
 
 // The table entry named by exactly `length` bytes at `key`, or null.
 const NamedReference* FindNamed(const char* key, std::size_t length) {
@@ -67,67 +70,88 @@ const NamedReference* FindNamed(const char* key, std::size_t length) {
         }
         return name[length] == '\0' ? 0 : 1;
     };
-    const NamedReference* first = NamedReferences;
     const NamedReference* last = NamedReferences + NamedReferenceCount;
-    const NamedReference* found = std::lower_bound(
-        first, last, 0, [&compare](const NamedReference& entry, int) { return compare(entry.name) < 0; });
+    const NamedReference* found =
+        std::lower_bound(NamedReferences, last, 0,
+                         [&compare](const NamedReference& entry, int) { return compare(entry.name) < 0; });
     return found != last && compare(found->name) == 0 ? found : nullptr;
 }
 
-// libxml2 reads a name only of these characters, and no longer than this; others it drops in pieces.
-bool LibxmlReadsName(const std::string& name) {
-    if (name.empty() || name.size() >= 100)
-        return false;
-    const char first = name.front();
-    if (!IsAlpha(first) && first != '_' && first != ':')
+// libxml2 reads a name only of these characters, and no longer than this.
+bool LibxmlReadsName(std::string_view name) {
+    if (name.empty() || name.size() >= 100 || !IsAlpha(name.front()))
         return false;
     return std::all_of(name.begin(), name.end(),
                        [](char c) { return IsAlnum(c) || c == '_' || c == ':' || c == '.' || c == '-'; });
 }
 
-bool NameIn(const std::string& name, std::initializer_list<const char*> names) {
-    return std::any_of(names.begin(), names.end(), [&name](const char* known) { return name == known; });
-}
-
 enum class Content { Markup, Script, RawText, ReplaceableText, PlainText };
 
-Content ContentOf(const std::string& name) {
-    if (name == "script" || name == "style")
-        return Content::Script;
-    if (NameIn(name, {"xmp", "iframe", "noembed", "noframes"}))
-        return Content::RawText;
-    if (name == "title" || name == "textarea")
-        return Content::ReplaceableText;
-    if (name == "plaintext")
-        return Content::PlainText;
-    return Content::Markup;
+struct TagTraits {
+    Content content = Content::Markup;
+    // Empty to a browser, but libxml2 would let it hold what follows.
+    bool closeAtOnce = false;
+    // A browser drops a line break right behind the start tag.
+    bool dropsLeadingBreak = false;
+};
+
+TagTraits TraitsOf(std::string_view name) {
+    struct Entry {
+        std::string_view name;
+        TagTraits traits;
+    };
+    static const Entry entries[] = {
+        {"script", {Content::Script}},
+        {"style", {Content::Script}},
+        {"xmp", {Content::RawText}},
+        {"iframe", {Content::RawText}},
+        {"noembed", {Content::RawText}},
+        {"noframes", {Content::RawText}},
+        {"title", {Content::ReplaceableText}},
+        {"textarea", {Content::ReplaceableText, false, true}},
+        {"plaintext", {Content::PlainText}},
+        {"pre", {Content::Markup, false, true}},
+        {"listing", {Content::Markup, false, true}},
+        {"embed", {Content::Markup, true}},
+        {"source", {Content::Markup, true}},
+        {"track", {Content::Markup, true}},
+        {"wbr", {Content::Markup, true}},
+        {"keygen", {Content::Markup, true}},
+        {"bgsound", {Content::Markup, true}},
+    };
+    for (const Entry& entry : entries)
+        if (entry.name == name)
+            return entry.traits;
+    return {};
 }
 
 class Normaliser {
 public:
     Normaliser(const QByteArray& in, NormalisedHtml& out)
-        : m_p(in.constData()), m_end(in.constData() + in.size()), m_result(out), m_out(out.markup) {}
+        : m_p(in.constData()), m_end(in.constData() + in.size()), m_result(out), m_markup(out.markup),
+          m_text(out.text) {}
 
     void Run() {
+        static const auto special = [] {
+            std::array<bool, 256> table{};
+            table['<'] = table['&'] = table['\0'] = true;
+            return table;
+        }();
         while (m_p < m_end) {
             const char* run = m_p;
-            while (m_p < m_end && !IsSpecial(*m_p))
+            while (m_p < m_end && !special[static_cast<unsigned char>(*m_p)])
                 ++m_p;
-            m_out.append(run, m_p - run);
+            m_text.append(run, std::size_t(m_p - run));
             if (m_p >= m_end)
                 break;
-            if (*m_p == '&') {
-                TextReference();
-            } else if (*m_p == '<') {
+            if (*m_p == '&')
+                m_p = Reference(m_p, false);
+            else if (*m_p == '<')
                 Markup();
-            } else if (*m_p == '\0') {
+            else
                 ++m_p; // a browser drops NUL from text
-            } else {
-                const qsizetype length = CharLength(m_p);
-                AppendChars(m_p, length, Escape::Text);
-                m_p += length;
-            }
         }
+        FlushText();
     }
 
 private:
@@ -136,83 +160,66 @@ private:
         std::string value;
     };
 
-    enum class Escape { Text, Attribute, None };
-
-    // The bytes that need more than a copy: markup, NUL, controls and the lead byte of U+FFFE and
-    // U+FFFF.
-    static bool IsSpecial(char c) {
-        const auto byte = static_cast<unsigned char>(c);
-        return c == '<' || c == '&' || (byte < 0x20 && c != '\n' && c != '\t') || byte == 0xEF;
+    // A character reference, or the '&' as it stands.
+    const char* Reference(const char* at, bool inAttribute, std::string* into = nullptr) {
+        std::string& out = into ? *into : m_text;
+        const char* behind = DecodeCharacterReference(at, m_end, inAttribute, out);
+        if (behind != at)
+            return behind;
+        out += '&';
+        return at + 1;
     }
 
-    qsizetype CharLength(const char* p) const {
-        return static_cast<unsigned char>(*p) == 0xEF && m_end - p >= 3 ? 3 : 1;
-    }
-
-    // Copies text for libxml2: markup characters as references (in text '&' and '<', in attributes
-    // also quotes and '>'), NUL as U+FFFD, and what XML does not allow as its stand-in.
-    void AppendChars(const char* text, qsizetype length, Escape escape) {
-        const char* end = text + length;
-        for (const char* p = text; p < end; ++p) {
-            const auto byte = static_cast<unsigned char>(*p);
-            if (byte >= 0x20 && byte != 0xEF && *p != '&' && *p != '<' && *p != '"' && *p != '>') {
-                m_out.append(*p);
-            } else if (*p == '&' && escape != Escape::None) {
-                m_out.append("&#38;");
-            } else if (*p == '<' && escape != Escape::None) {
-                m_out.append("&#60;");
-            } else if (*p == '"' && escape == Escape::Attribute) {
-                m_out.append("&#34;");
-            } else if (*p == '>' && escape == Escape::Attribute) {
-                m_out.append("&#62;");
-            } else if (*p == '\0') {
-                m_out.append("\xEF\xBF\xBD");
-            } else if (byte < 0x20 && *p != '\n' && *p != '\t') {
-                AppendStandIn(byte);
-            } else if (byte == 0xEF && end - p >= 3 && p[1] == '\xBF' && (p[2] == '\xBE' || p[2] == '\xBF')) {
-                AppendStandIn(p[2] == '\xBE' ? 0xFE : 0xFF);
-                p += 2;
-            } else {
-                m_out.append(*p);
-            }
+    // The text gathered since the last markup: white space goes to libxml2 as it is, anything else
+    // as a stand-in for its piece.
+    void FlushText() {
+        const std::size_t length = m_text.size() - m_runStart;
+        if (length == 0)
+            return;
+        const char* run = m_text.data() + m_runStart;
+        if (std::all_of(run, run + length, IsSpace)) {
+            m_markup.append(run, length);
+            m_text.resize(m_runStart);
+            return;
         }
+        AppendPiece(m_runStart);
     }
 
-    // U+F700 plus the control, or U+F7FE and U+F7FF for U+FFFE and U+FFFF.
-    void AppendStandIn(unsigned char low) {
-        m_result.standIns = true;
-        m_out.append(low < 0x20 ? "\xEF\x9C" : "\xEF\x9F");
-        m_out.append(char(low < 0x20 ? 0x80 + low : 0xBE + (low - 0xFE)));
+    // The text from `start` to the end of the text is one piece, written as its stand-in.
+    void AppendPiece(std::size_t start) {
+        m_markup += '~';
+        AppendNumber(m_result.pieces.size());
+        m_result.pieces.push_back({std::uint32_t(start), std::uint32_t(m_text.size() - start)});
+        m_runStart = m_text.size();
     }
 
-    void AppendText(const char* text, qsizetype length) { AppendChars(text, length, Escape::Text); }
+    void AppendNumber(std::size_t n) {
+        char digits[24];
+        const auto end = std::to_chars(digits, digits + sizeof digits, n).ptr;
+        m_markup.append(digits, std::size_t(end - digits));
+    }
 
-    // A name libxml2 reads goes as it is; another by its place in the list of such names.
+    // A name libxml2 reads goes as it is; another by its place in the list of such names. Every
+    // name that begins as those stand-ins do is one, so they are never mistaken.
     void AppendName(const std::string& name) {
-        // Every name that begins as the stand-ins do is one, so the builder can tell them apart.
         if (LibxmlReadsName(name) && name.compare(0, 3, "m--") != 0) {
-            m_out.append(name.data(), qsizetype(name.size()));
+            m_markup += name;
             return;
         }
         auto& names = m_result.names;
-        const auto found = std::find(names.begin(), names.end(), name);
-        const auto index = std::size_t(found - names.begin());
-        if (found == names.end())
+        const auto index = std::size_t(std::find(names.begin(), names.end(), name) - names.begin());
+        if (index == names.size())
             names.push_back(name);
-        m_out.append("m--");
-        m_out.append(QByteArray::number(qulonglong(index)));
+        m_markup += "m--";
+        AppendNumber(index);
     }
 
-    void TextReference() {
-        const char* behind = m_p;
-        const QByteArray text = DecodeCharacterReference(m_p, m_end, false, &behind);
-        if (behind == m_p) {
-            m_out.append("&#38;");
-            ++m_p;
-            return;
-        }
-        AppendText(text.constData(), text.size());
-        m_p = behind;
+    std::uint32_t AttributeName(const std::string& name) {
+        const auto [known, added] =
+            m_attributeNames.try_emplace(name, std::uint32_t(m_result.attributeNames.size()));
+        if (added)
+            m_result.attributeNames.push_back(name);
+        return known->second;
     }
 
     void Markup() {
@@ -228,7 +235,7 @@ private:
             } else if (after == '>') {
                 m_p += 3;
             } else if (m_p + 2 >= m_end) {
-                m_out.append("&#60;/");
+                m_text.append("</");
                 m_p = m_end;
             } else {
                 m_p += 2;
@@ -241,8 +248,22 @@ private:
             ++m_p;
             BogusComment();
         } else {
-            m_out.append("&#60;");
+            m_text += '<';
             ++m_p;
+        }
+    }
+
+    // Reads a tag or attribute name up to a blank, '/', '>' (and '=' when `stopAtEquals`), in
+    // small letters, NUL made U+FFFD.
+    void ReadName(std::string& name, bool stopAtEquals) {
+        const char* run = m_p;
+        while (m_p < m_end && !IsSpace(*m_p) && *m_p != '/' && *m_p != '>' && (!stopAtEquals || *m_p != '='))
+            ++m_p;
+        for (const char* c = run; c < m_p; ++c) {
+            if (*c == '\0')
+                name.append(Replacement);
+            else
+                name += Lower(*c);
         }
     }
 
@@ -251,8 +272,7 @@ private:
     bool ReadTag() {
         m_name.clear();
         m_count = 0;
-        while (m_p < m_end && !IsSpace(*m_p) && *m_p != '/' && *m_p != '>')
-            AppendNameChar(m_name, *m_p++);
+        ReadName(m_name, false);
         for (;;) {
             while (m_p < m_end && IsSpace(*m_p))
                 ++m_p;
@@ -263,12 +283,8 @@ private:
                 return true;
             }
             if (*m_p == '/') {
+                // A browser ignores the mark of an empty element: "<a/>" opens an a.
                 ++m_p;
-                // A browser ignores the mark of an empty element, "<a/>" opens an a.
-                if (m_p < m_end && *m_p == '>') {
-                    ++m_p;
-                    return true;
-                }
                 continue;
             }
             if (m_count == m_attributes.size())
@@ -277,9 +293,9 @@ private:
             attribute.name.clear();
             attribute.value.clear();
             // A first '=' belongs to the name.
-            AppendNameChar(attribute.name, *m_p++);
-            while (m_p < m_end && !IsSpace(*m_p) && *m_p != '/' && *m_p != '>' && *m_p != '=')
-                AppendNameChar(attribute.name, *m_p++);
+            attribute.name += Lower(*m_p == '\0' ? '?' : *m_p);
+            ++m_p;
+            ReadName(attribute.name, true);
             while (m_p < m_end && IsSpace(*m_p))
                 ++m_p;
             if (m_p >= m_end)
@@ -302,25 +318,20 @@ private:
         }
     }
 
-    static void AppendNameChar(std::string& name, char c) {
-        if (c == '\0')
-            name.append("\xEF\xBF\xBD");
-        else
-            name += Lower(c);
-    }
-
     template <class Stop> bool ReadValue(std::string& value, Stop stop) {
         while (m_p < m_end && !stop(*m_p)) {
+            const char* run = m_p;
+            while (m_p < m_end && !stop(*m_p) && *m_p != '&' && *m_p != '\0')
+                ++m_p;
+            value.append(run, std::size_t(m_p - run));
+            if (m_p >= m_end || stop(*m_p))
+                break;
             if (*m_p == '&') {
-                const char* behind = m_p;
-                const QByteArray text = DecodeCharacterReference(m_p, m_end, true, &behind);
-                if (behind != m_p) {
-                    value.append(text.constData(), std::size_t(text.size()));
-                    m_p = behind;
-                    continue;
-                }
+                m_p = Reference(m_p, true, &value);
+            } else {
+                value.append(Replacement);
+                ++m_p;
             }
-            value += *m_p++;
         }
         return m_p < m_end;
     }
@@ -332,36 +343,47 @@ private:
         }
         if (m_name == "image")
             m_name = "img";
-        m_out.append('<');
+        FlushText();
+        m_markup += '<';
         AppendName(m_name);
-        for (std::size_t i = 0; i < m_count; ++i) {
-            const Attribute& attribute = m_attributes[i];
-            // The first of two attributes of one name counts, as in a browser.
-            const bool repeated =
-                std::any_of(m_attributes.begin(), m_attributes.begin() + qsizetype(i),
-                            [&attribute](const Attribute& a) { return a.name == attribute.name; });
-            if (repeated)
-                continue;
-            m_out.append(' ');
-            AppendName(attribute.name);
-            m_out.append("=\"");
-            AppendChars(attribute.value.data(), qsizetype(attribute.value.size()), Escape::Attribute);
-            m_out.append('"');
+        if (m_count > 0) {
+            const auto first = std::uint32_t(m_result.attributes.size());
+            for (std::size_t i = 0; i < m_count; ++i) {
+                const Attribute& attribute = m_attributes[i];
+                // The first of two attributes of one name counts, as in a browser.
+                const bool repeated =
+                    std::any_of(m_attributes.begin(), m_attributes.begin() + std::ptrdiff_t(i),
+                                [&attribute](const Attribute& a) { return a.name == attribute.name; });
+                if (repeated)
+                    continue;
+                const auto offset = std::uint32_t(m_text.size());
+                m_text += attribute.value;
+                m_result.attributes.push_back(
+                    {AttributeName(attribute.name), {offset, std::uint32_t(attribute.value.size())}});
+            }
+            m_runStart = m_text.size();
+            m_markup += " a=";
+            AppendNumber(m_result.attributeLists.size());
+            m_result.attributeLists.push_back({first, std::uint32_t(m_result.attributes.size()) - first});
         }
-        m_out.append('>');
-        // Elements a browser knows as empty that libxml2 would let hold what follows.
-        if (NameIn(m_name, {"embed", "source", "track", "wbr", "keygen", "bgsound"})) {
-            m_out.append("</");
-            AppendName(m_name);
-            m_out.append('>');
+        m_markup += '>';
+        const TagTraits traits = TraitsOf(m_name);
+        if (traits.closeAtOnce) {
+            AppendEndTag(m_name);
             return;
         }
-        // A browser drops a line break that directly follows these start tags.
-        if (NameIn(m_name, {"pre", "listing", "textarea"}) && m_p < m_end && *m_p == '\n')
+        if (traits.dropsLeadingBreak && m_p < m_end && *m_p == '\n')
             ++m_p;
-        const Content content = ContentOf(m_name);
-        if (content != Content::Markup)
-            TextContent(content);
+        if (traits.content != Content::Markup)
+            TextContent(traits.content);
+        else
+            ++m_opened[m_name];
+    }
+
+    void AppendEndTag(const std::string& name) {
+        m_markup += "</";
+        AppendName(name);
+        m_markup += '>';
     }
 
     void EndTag() {
@@ -372,14 +394,23 @@ private:
         // A browser reads "</br>" as "<br>", and "</body>" and "</html>" close nothing: what comes
         // behind them still goes into the elements left open.
         if (m_name == "br") {
-            m_out.append("<br>");
+            FlushText();
+            m_markup += "<br>";
             return;
         }
         if (m_name == "body" || m_name == "html")
             return;
-        m_out.append("</");
-        AppendName(m_name);
-        m_out.append('>');
+        // An end tag with no start tag of its name left over can close nothing; libxml2 would only
+        // look through every element open for it, which hostile soup makes a long look each time.
+        // The head is the one element libxml2 opens unasked and a page may close.
+        if (m_name != "head") {
+            const auto open = m_opened.find(m_name);
+            if (open == m_opened.end() || open->second <= 0)
+                return;
+            --open->second;
+        }
+        FlushText();
+        AppendEndTag(m_name);
     }
 
     // The end tag that ends the text of the element just opened: its name in any capitals, followed
@@ -390,7 +421,7 @@ private:
             if (!p)
                 return m_end;
             const char* q = p + 2;
-            if (p + 1 >= m_end || p[1] != '/' || qsizetype(m_end - q) <= qsizetype(name.size()))
+            if (p + 1 >= m_end || p[1] != '/' || m_end - q <= std::ptrdiff_t(name.size()))
                 continue;
             bool same = true;
             for (std::size_t i = 0; i < name.size() && same; ++i)
@@ -402,26 +433,37 @@ private:
         return m_end;
     }
 
+    // Appends text as it stands, NUL as U+FFFD.
+    void AppendVerbatim(const char* from, const char* to) {
+        while (from < to) {
+            const char* nul = static_cast<const char*>(std::memchr(from, '\0', std::size_t(to - from)));
+            const char* stop = nul ? nul : to;
+            m_text.append(from, std::size_t(stop - from));
+            if (!nul)
+                break;
+            m_text.append(Replacement);
+            from = nul + 1;
+        }
+    }
+
     void TextContent(Content content) {
         const std::string name = m_name;
         const char* close = content == Content::PlainText ? m_end : FindEndTag(name);
-        if (content == Content::Script) {
-            AppendChars(m_p, close - m_p, Escape::None);
-            m_p = close;
-        } else if (content == Content::ReplaceableText) {
+        if (content == Content::ReplaceableText) {
             while (m_p < close) {
-                if (*m_p == '&') {
-                    TextReference();
-                    continue;
-                }
-                const qsizetype length = std::min(CharLength(m_p), qsizetype(close - m_p));
-                AppendText(m_p, length);
-                m_p += length;
+                const char* run = m_p;
+                while (m_p < close && *m_p != '&')
+                    ++m_p;
+                AppendVerbatim(run, m_p);
+                if (m_p < close)
+                    m_p = Reference(m_p, false);
             }
         } else {
-            AppendText(m_p, close - m_p);
-            m_p = close;
+            AppendVerbatim(m_p, close);
         }
+        m_p = close;
+        if (m_text.size() > m_runStart)
+            AppendPiece(m_runStart);
         if (m_p >= m_end)
             return;
         m_p += 2;
@@ -429,24 +471,24 @@ private:
             m_p = m_end;
             return;
         }
-        m_out.append("</");
-        AppendName(name);
-        m_out.append('>');
+        AppendEndTag(name);
     }
 
-    // libxml2 ends a comment at the first "-->", which the text never holds.
-    void AppendComment(const char* data, qsizetype length) {
-        m_out.append("<!--");
-        AppendChars(data, length, Escape::None);
-        m_out.append("-->");
+    void AppendComment(const char* data, const char* end) {
+        FlushText();
+        m_markup += "<!--";
+        const std::size_t start = m_text.size();
+        AppendVerbatim(data, end);
+        if (m_text.size() > start)
+            AppendPiece(start);
+        m_markup += "-->";
     }
 
     void Declaration() {
-        const auto startsWith = [this](const char* text, bool anyCase) {
-            const std::size_t n = std::strlen(text);
-            if (std::size_t(m_end - m_p) < n)
+        const auto startsWith = [this](std::string_view text, bool anyCase) {
+            if (std::size_t(m_end - m_p) < text.size())
                 return false;
-            for (std::size_t i = 0; i < n; ++i)
+            for (std::size_t i = 0; i < text.size(); ++i)
                 if ((anyCase ? Lower(m_p[i]) : m_p[i]) != text[i])
                     return false;
             return true;
@@ -466,12 +508,12 @@ private:
     void Comment() {
         if (m_p < m_end && *m_p == '>') {
             ++m_p;
-            AppendComment(m_p, 0);
+            AppendComment(m_p, m_p);
             return;
         }
         if (m_end - m_p >= 2 && m_p[0] == '-' && m_p[1] == '>') {
             m_p += 2;
-            AppendComment(m_p, 0);
+            AppendComment(m_p, m_p);
             return;
         }
         const char* data = m_p;
@@ -479,40 +521,43 @@ private:
             if (*q != '-' || m_end - q < 3 || q[1] != '-')
                 continue;
             if (q[2] == '>' || (q[2] == '!' && m_end - q >= 4 && q[3] == '>')) {
-                AppendComment(data, q - data);
                 m_p = q + (q[2] == '>' ? 3 : 4);
+                AppendComment(data, q);
                 return;
             }
         }
-        AppendComment(data, m_end - data);
         m_p = m_end;
+        AppendComment(data, m_end);
     }
 
     void BogusComment() {
         const char* data = m_p;
         const char* close = static_cast<const char*>(std::memchr(m_p, '>', std::size_t(m_end - m_p)));
         m_p = close ? close + 1 : m_end;
-        AppendComment(data, (close ? close : m_end) - data);
+        AppendComment(data, close ? close : m_end);
     }
 
     const char* m_p;
     const char* m_end;
     NormalisedHtml& m_result;
-    QByteArray& m_out;
+    std::string& m_markup;
+    std::string& m_text;
+    // Where the text gathered since the last markup begins.
+    std::size_t m_runStart = 0;
     std::string m_name;
     std::vector<Attribute> m_attributes;
     std::size_t m_count = 0;
+    // Start tags less end tags handed on, by name.
+    std::unordered_map<std::string, int> m_opened;
+    std::unordered_map<std::string, std::uint32_t> m_attributeNames;
 };
 
 } // namespace
 
-QByteArray DecodeCharacterReference(const char* from, const char* end, bool inAttribute,
-                                    const char** behind) {
-    *behind = from;
+const char* DecodeCharacterReference(const char* from, const char* end, bool inAttribute, std::string& out) {
     const char* p = from + 1;
     if (p >= end)
-        return {};
-    QByteArray text;
+        return from;
     if (*p == '#') {
         const char* q = p + 1;
         const bool hex = q < end && (*q == 'x' || *q == 'X');
@@ -524,27 +569,26 @@ QByteArray DecodeCharacterReference(const char* from, const char* end, bool inAt
             value = std::min<char32_t>(value * (hex ? 16 : 10) + char32_t(hex ? HexValue(*q) : *q - '0'),
                                        0x110000);
         if (q == digits)
-            return {};
+            return from;
         if (q < end && *q == ';')
             ++q;
         if (value == 0 || value > 0x10FFFF || (value >= 0xD800 && value <= 0xDFFF))
             value = 0xFFFD;
         else if (value >= 0x80 && value < 0xA0)
             value = Windows1252Character(static_cast<unsigned char>(value));
-        AppendUtf8(text, value);
-        *behind = q;
-        return text;
+        AppendUtf8(out, value);
+        return q;
     }
     if (!IsAlnum(*p))
-        return {};
+        return from;
     const char* q = p;
     while (q < end && IsAlnum(*q) && q - p < 64)
         ++q;
     const auto run = std::size_t(q - p);
     if (q < end && *q == ';') {
         if (const NamedReference* named = FindNamed(p, run + 1)) {
-            *behind = q + 1;
-            return QByteArray(named->utf8);
+            out += named->utf8;
+            return q + 1;
         }
     }
     // The longest legacy name at the start of the run; none is longer than six letters.
@@ -554,48 +598,48 @@ QByteArray DecodeCharacterReference(const char* from, const char* end, bool inAt
             continue;
         const char* after = p + n;
         if (inAttribute && after < end && (*after == '=' || IsAlnum(*after)))
-            return {};
-        *behind = after;
-        return QByteArray(named->utf8);
+            return from;
+        out += named->utf8;
+        return after;
     }
-    return {};
+    return from;
 }
 
 NormalisedHtml NormaliseHtml(const QByteArray& utf8) {
     NormalisedHtml result;
-    result.markup.reserve(utf8.size() + utf8.size() / 8 + 64);
+    result.markup.reserve(std::size_t(utf8.size() / 2 + 64));
+    result.text.reserve(std::size_t(utf8.size()));
     Normaliser(utf8, result).Run();
     return result;
 }
 
-const char* RestoreName(const char* name, const std::vector<std::string>& names) {
-    if (name[0] != 'm' || name[1] != '-' || name[2] != '-' || !IsDigit(name[3]))
-        return name;
-    char* end = nullptr;
-    const unsigned long index = std::strtoul(name + 3, &end, 10);
-    if (*end != '\0' || index >= names.size())
-        return name;
-    return names[index].c_str();
+const NormalisedHtml::Piece* PieceOf(const char* written, std::size_t length,
+                                     const std::vector<NormalisedHtml::Piece>& pieces) {
+    if (length < 2 || written[0] != '~')
+        return nullptr;
+    std::size_t index = 0;
+    const auto [end, error] = std::from_chars(written + 1, written + length, index);
+    if (error != std::errc() || end != written + length || index >= pieces.size())
+        return nullptr;
+    return &pieces[index];
 }
 
-void RestoreStandIns(const char* text, std::size_t length, std::string& out) {
-    const char* end = text + length;
-    for (const char* p = text; p < end; ++p) {
-        if (*p == '\xEF' && end - p >= 3) {
-            const auto second = static_cast<unsigned char>(p[1]);
-            const auto third = static_cast<unsigned char>(p[2]);
-            if (second == 0x9C && third >= 0x80 && third < 0xA0) {
-                out += char(third - 0x80);
-                p += 2;
-                continue;
-            }
-            if (second == 0x9F && (third == 0xBE || third == 0xBF)) {
-                out.append("\xEF\xBF");
-                out += char(third);
-                p += 2;
-                continue;
-            }
-        }
-        out += *p;
-    }
+const NormalisedHtml::Piece* AttributeListOf(const char* written, const NormalisedHtml& source) {
+    std::size_t index = 0;
+    const char* end = written + std::strlen(written);
+    const auto [stop, error] = std::from_chars(written, end, index);
+    if (error != std::errc() || stop != end || index >= source.attributeLists.size())
+        return nullptr;
+    return &source.attributeLists[index];
+}
+
+const char* RestoreName(const char* name, const std::vector<std::string>& names) {
+    if (std::strncmp(name, "m--", 3) != 0)
+        return name;
+    std::size_t index = 0;
+    const char* end = name + std::strlen(name);
+    const auto [stop, error] = std::from_chars(name + 3, end, index);
+    if (error != std::errc() || stop != end || index >= names.size())
+        return name;
+    return names[index].c_str();
 }

@@ -3,6 +3,7 @@
 #include <array>
 #include <cctype>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <iconv.h>
 
@@ -50,36 +51,86 @@ Charset Classify(const QString& label) {
     return {};
 }
 
-void AppendReplacement(QByteArray& out) {
-    out.append("\xEF\xBF\xBD", 3);
+// Skips bytes below 0x80 other than CR, eight at a time where it can.
+const char* SkipPlain(const char* p, const char* end) {
+    constexpr std::uint64_t ones = 0x0101010101010101u;
+    constexpr std::uint64_t highs = 0x8080808080808080u;
+    while (end - p >= 8) {
+        std::uint64_t word;
+        std::memcpy(&word, p, 8);
+        const std::uint64_t cr = word ^ (0x0D * ones);
+        if (((word | ((cr - ones) & ~cr)) & highs) != 0)
+            break;
+        p += 8;
+    }
+    while (p < end && static_cast<unsigned char>(*p) < 0x80 && *p != '\r')
+        ++p;
+    return p;
 }
 
-// One byte of ASCII as a browser's input stream has it: CR LF and CR made LF.
-// Returns how many input bytes it took.
-qsizetype AppendAscii(QByteArray& out, const char* p, const char* end) {
-    if (*p == '\r') {
-        out.append('\n');
-        if (p + 1 < end && p[1] == '\n')
-            return 2;
-    } else {
-        out.append(*p);
+// Writes the decoded text into a buffer made large enough beforehand: no byte of the page becomes
+// more than three, and a byte below 0x80 stays one.
+class Writer {
+public:
+    Writer(QByteArray& out, const char* p, const char* end) : m_out(out) {
+        qsizetype high = 0;
+        for (const char* q = SkipPlain(p, end); q < end; q = SkipPlain(q + 1, end))
+            high += static_cast<unsigned char>(*q) >= 0x80;
+        m_start = out.size();
+        out.resize(m_start + (end - p) + 2 * high);
+        m_w = out.data() + m_start;
     }
-    return 1;
-}
+    ~Writer() { m_out.truncate(m_w - m_out.constData()); }
+    Writer(const Writer&) = delete;
+    Writer& operator=(const Writer&) = delete;
+
+    void Put(char c) { *m_w++ = c; }
+    void Put(const char* from, qsizetype n) {
+        std::memcpy(m_w, from, std::size_t(n));
+        m_w += n;
+    }
+    void Replacement() { Put("\xEF\xBF\xBD", 3); }
+    void Utf8(char32_t c) {
+        if (c < 0x80) {
+            Put(char(c));
+        } else if (c < 0x800) {
+            Put(char(0xC0 | (c >> 6)));
+            Put(char(0x80 | (c & 0x3F)));
+        } else {
+            Put(char(0xE0 | (c >> 12)));
+            Put(char(0x80 | ((c >> 6) & 0x3F)));
+            Put(char(0x80 | (c & 0x3F)));
+        }
+    }
+    // A run of ASCII as a browser's input stream has it: CR LF and CR made LF. Stops at the first
+    // byte of 0x80 or more; returns where.
+    const char* Ascii(const char* p, const char* end) {
+        while (p < end) {
+            const char* run = p;
+            p = SkipPlain(p, end);
+            Put(run, p - run);
+            if (p >= end || *p != '\r')
+                break;
+            Put('\n');
+            p += (p + 1 < end && p[1] == '\n') ? 2 : 1;
+        }
+        return p;
+    }
+
+private:
+    QByteArray& m_out;
+    qsizetype m_start = 0;
+    char* m_w = nullptr;
+};
 
 // The decoder of the encoding standard: each ill-formed sequence, as far as it goes, is one U+FFFD.
 void DecodeUtf8(const char* p, const char* end, QByteArray& out) {
+    Writer w(out, p, end);
     while (p < end) {
+        p = w.Ascii(p, end);
+        if (p >= end)
+            break;
         const auto lead = static_cast<unsigned char>(*p);
-        if (lead < 0x80) {
-            const char* run = p;
-            while (p < end && static_cast<unsigned char>(*p) >= 0x20 && static_cast<unsigned char>(*p) < 0x80)
-                ++p;
-            out.append(run, p - run);
-            if (p < end && static_cast<unsigned char>(*p) < 0x20)
-                p += AppendAscii(out, p, end);
-            continue;
-        }
         int needed = 0;
         unsigned char low = 0x80;
         unsigned char high = 0xBF;
@@ -95,7 +146,7 @@ void DecodeUtf8(const char* p, const char* end, QByteArray& out) {
             high = lead == 0xF4 ? 0x8F : 0xBF;
         }
         if (needed == 0) {
-            AppendReplacement(out);
+            w.Replacement();
             ++p;
             continue;
         }
@@ -111,9 +162,9 @@ void DecodeUtf8(const char* p, const char* end, QByteArray& out) {
             high = 0xBF;
         }
         if (whole)
-            out.append(p, q - p);
+            w.Put(p, q - p);
         else
-            AppendReplacement(out);
+            w.Replacement();
         p = q;
     }
 }
@@ -124,31 +175,12 @@ constexpr std::array<char16_t, 32> Cp1252High = {
     0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
     0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
 
-void AppendUtf8(QByteArray& out, char32_t c) {
-    if (c < 0x80) {
-        out.append(char(c));
-    } else if (c < 0x800) {
-        out.append(char(0xC0 | (c >> 6)));
-        out.append(char(0x80 | (c & 0x3F)));
-    } else {
-        out.append(char(0xE0 | (c >> 12)));
-        out.append(char(0x80 | ((c >> 6) & 0x3F)));
-        out.append(char(0x80 | (c & 0x3F)));
-    }
-}
-
 void DecodeCp1252(const char* p, const char* end, QByteArray& out) {
+    Writer w(out, p, end);
     while (p < end) {
-        const auto byte = static_cast<unsigned char>(*p);
-        if (byte < 0x20) {
-            p += AppendAscii(out, p, end);
-            continue;
-        }
-        if (byte < 0x80)
-            out.append(*p);
-        else
-            AppendUtf8(out, Windows1252Character(byte));
-        ++p;
+        p = w.Ascii(p, end);
+        if (p < end)
+            w.Utf8(Windows1252Character(static_cast<unsigned char>(*p++)));
     }
 }
 
@@ -191,14 +223,13 @@ bool DecodeIconv(const QByteArray& charset, const char* p, const char* end, QByt
     iconv_close(cd);
     converted.truncate(to - converted.data());
     // What came out is UTF-8; it still needs the input stream's line-end rule.
-    out.reserve(converted.size());
+    Writer w(out, converted.constData(), converted.constData() + converted.size());
     const char* c = converted.constData();
     const char* cEnd = c + converted.size();
     while (c < cEnd) {
-        if (static_cast<unsigned char>(*c) < 0x20)
-            c += AppendAscii(out, c, cEnd);
-        else
-            out.append(*c++);
+        c = w.Ascii(c, cEnd);
+        if (c < cEnd)
+            w.Put(*c++);
     }
     return true;
 }
@@ -256,8 +287,10 @@ QByteArray DecodePageText(const QByteArray& body, const QString& httpCharset) {
                 charset = {Codec::Utf8, {}};
         }
     }
+    // Plain ASCII without a carriage return is its own text in an ASCII-compatible charset.
+    if (charset.codec != Codec::Iconv && p == body.constData() && SkipPlain(p, end) == end)
+        return body;
     QByteArray out;
-    out.reserve(body.size() + body.size() / 16 + 16);
     if (charset.codec == Codec::Utf8)
         DecodeUtf8(p, end, out);
     else if (charset.codec != Codec::Iconv || !DecodeIconv(charset.iconvName, p, end, out))
