@@ -30,6 +30,8 @@ enum ElementFlag : std::uint16_t {
     LinkElement = 1 << 6, // a link when it has an href
     BaseElement = 1 << 7,
     AnchorElement = 1 << 8,
+    // A link opened inside it does not end a link opened outside it.
+    ScopeElement = 1 << 9,
 };
 
 std::uint16_t FlagsOfName(std::string_view name) {
@@ -42,8 +44,13 @@ std::uint16_t FlagsOfName(std::string_view name) {
         {"area", LinkElement | VoidElement},
         {"base", BaseElement | VoidElement},
         {"br", BreakElement | VoidElement},
-        {"td", CellElement},
-        {"th", CellElement},
+        {"td", CellElement | ScopeElement},
+        {"th", CellElement | ScopeElement},
+        {"caption", BlockElement | ScopeElement},
+        {"applet", ScopeElement},
+        {"object", ScopeElement},
+        {"marquee", ScopeElement},
+        {"template", ScopeElement},
         {"script", RawTextElement | HiddenElement},
         {"style", RawTextElement | HiddenElement},
         {"head", HiddenElement},
@@ -594,10 +601,12 @@ public:
         DropFlattened(true);
         // The parser has pushed the new element already.
         Sync(std::size_t(std::max(m_parser->nameNr - 1, 0)));
+        const bool anchor = std::strcmp(reinterpret_cast<const char*>(name), "a") == 0;
+        if (anchor && m_openLinks > 0)
+            EndOpenLink();
         DomNode* parent = m_open.empty() ? m_document.Root() : m_open.back();
         DomElement* element = m_document.AddElement(parent, name, attributes);
         const std::size_t depth = m_open.size() + 1;
-        const bool anchor = element->Flags() & AnchorElement;
         // While a link is open, what it holds may lie deeper than the cap; a link itself may open
         // just past it.
         const std::size_t limit = HtmlMaxTreeDepth + (m_openLinks > 0 ? HtmlMaxDepthInLink : 0);
@@ -625,7 +634,8 @@ public:
     }
 
     void Characters(const xmlChar* text, int length, NodeKind kind) {
-        DropFlattened(false);
+        // An element closed at once may still be on the parser's stack; what it holds goes to the
+        // element at the cap all the same.
         Sync(std::size_t(m_parser->nameNr));
         DomNode* parent = m_open.empty() ? m_document.Root() : m_open.back();
         if (parent)
@@ -634,8 +644,9 @@ public:
     }
 
 private:
-    // An element closed at once stays on the parser's stack until its next event; there it is
-    // taken off, unless the parser has ended it itself (an empty element) or dropped it.
+    // An element closed at once stays on the parser's stack until the next tag, so that its own end
+    // tag finds it on top; then it is taken off, unless the parser has ended it itself (an empty
+    // element) or dropped it.
     void DropFlattened(bool starting) {
         if (m_flattenedIndex < 0)
             return;
@@ -649,6 +660,25 @@ private:
         --m_parser->nameNr;
         m_parser->nameTab[m_parser->nameNr] = nullptr;
         m_parser->name = m_parser->nameNr > 0 ? m_parser->nameTab[m_parser->nameNr - 1] : nullptr;
+    }
+
+    // A link never holds another, as in a browser: an open link ends where the next one begins,
+    // and with it what was opened inside it, in the tree and on the parser's stack, under which the
+    // new link lies.
+    void EndOpenLink() {
+        std::size_t at = m_open.size();
+        while (at > 0 && !(m_open[at - 1]->Flags() & (AnchorElement | ScopeElement)))
+            --at;
+        if (at == 0 || !(m_open[at - 1]->Flags() & AnchorElement))
+            return;
+        const int from = int(at - 1);
+        const int top = m_parser->nameNr - 1;
+        m_parser->nameTab[from] = m_parser->nameTab[top];
+        for (int i = from + 1; i <= top; ++i)
+            m_parser->nameTab[i] = nullptr;
+        m_parser->nameNr = from + 1;
+        while (m_open.size() > at - 1)
+            Pop();
     }
 
     // Ends the elements the parser has dropped without an event.
