@@ -125,6 +125,58 @@ TagTraits TraitsOf(std::string_view name) {
     return {};
 }
 
+// A map from names to what the tokenizer keeps about them, found fast for the names of up to eight
+// bytes, which are nearly all of them: a name holds no NUL, so its bytes padded with zeros are its
+// key.
+template <class T> class NameTable {
+public:
+    // The entry for the name, made when it is new. Only making an entry moves the others.
+    T& operator[](const std::string& name) {
+        if (name.empty() || name.size() > 8)
+            return m_long[name];
+        std::uint64_t key = 0;
+        std::memcpy(&key, name.data(), name.size());
+        if (!m_slots.empty()) {
+            Slot& slot = Find(key);
+            if (slot.key == key)
+                return slot.value;
+        }
+        if (2 * (m_used + 1) > m_slots.size())
+            Grow();
+        Slot& slot = Find(key);
+        slot.key = key;
+        ++m_used;
+        return slot.value;
+    }
+
+private:
+    struct Slot {
+        std::uint64_t key = 0;
+        T value{};
+    };
+
+    // The slot of the key, or the empty one where it would go.
+    Slot& Find(std::uint64_t key) {
+        const std::size_t mask = m_slots.size() - 1;
+        std::size_t i = std::size_t((key * 0x9E3779B97F4A7C15u) >> 40) & mask;
+        while (m_slots[i].key != key && m_slots[i].key != 0)
+            i = (i + 1) & mask;
+        return m_slots[i];
+    }
+
+    void Grow() {
+        std::vector<Slot> old(std::max<std::size_t>(64, 2 * m_slots.size()));
+        old.swap(m_slots);
+        for (Slot& slot : old)
+            if (slot.key != 0)
+                Find(slot.key) = std::move(slot);
+    }
+
+    std::vector<Slot> m_slots;
+    std::size_t m_used = 0;
+    std::unordered_map<std::string, T> m_long;
+};
+
 class Normaliser {
 public:
     Normaliser(const QByteArray& in, NormalisedHtml& out)
@@ -201,8 +253,26 @@ private:
 
     // A name libxml2 reads goes as it is; another by its place in the list of such names. Every
     // name that begins as those stand-ins do is one, so they are never mistaken.
+    struct TagName {
+        bool known = false;
+        bool readable = false;
+        TagTraits traits;
+        // Start tags less end tags handed on.
+        int opened = 0;
+    };
+
+    TagName& Tag(const std::string& name) {
+        TagName& tag = m_tags[name];
+        if (!tag.known) {
+            tag.known = true;
+            tag.readable = LibxmlReadsName(name) && name.compare(0, 3, "m--") != 0;
+            tag.traits = TraitsOf(name);
+        }
+        return tag;
+    }
+
     void AppendName(const std::string& name) {
-        if (LibxmlReadsName(name) && name.compare(0, 3, "m--") != 0) {
+        if (Tag(name).readable) {
             m_markup += name;
             return;
         }
@@ -215,11 +285,12 @@ private:
     }
 
     std::uint32_t AttributeName(const std::string& name) {
-        const auto [known, added] =
-            m_attributeNames.try_emplace(name, std::uint32_t(m_result.attributeNames.size()));
-        if (added)
+        std::uint32_t& place = m_attributeNames[name];
+        if (place == 0) {
             m_result.attributeNames.push_back(name);
-        return known->second;
+            place = std::uint32_t(m_result.attributeNames.size());
+        }
+        return place - 1;
     }
 
     void Markup() {
@@ -309,6 +380,15 @@ private:
                 return false;
             if (*m_p == '"' || *m_p == '\'') {
                 const char quote = *m_p++;
+                // Most values hold no reference and no NUL, and are taken whole.
+                const auto* close =
+                    static_cast<const char*>(std::memchr(m_p, quote, std::size_t(m_end - m_p)));
+                const std::size_t length = std::size_t((close ? close : m_end) - m_p);
+                if (close && !std::memchr(m_p, '&', length) && !std::memchr(m_p, '\0', length)) {
+                    attribute.value.assign(m_p, length);
+                    m_p = close + 1;
+                    continue;
+                }
                 if (!ReadValue(attribute.value, [quote](char c) { return c == quote; }))
                     return false;
                 ++m_p;
@@ -367,7 +447,8 @@ private:
             m_result.attributeLists.push_back({first, std::uint32_t(m_result.attributes.size()) - first});
         }
         m_markup += '>';
-        const TagTraits traits = TraitsOf(m_name);
+        TagName& tag = Tag(m_name);
+        const TagTraits traits = tag.traits;
         if (traits.closeAtOnce) {
             AppendEndTag(m_name);
             return;
@@ -377,7 +458,7 @@ private:
         if (traits.content != Content::Markup)
             TextContent(traits.content);
         else
-            ++m_opened[m_name];
+            ++tag.opened;
     }
 
     void AppendEndTag(const std::string& name) {
@@ -404,10 +485,10 @@ private:
         // look through every element open for it, which hostile soup makes a long look each time.
         // The head is the one element libxml2 opens unasked and a page may close.
         if (m_name != "head") {
-            const auto open = m_opened.find(m_name);
-            if (open == m_opened.end() || open->second <= 0)
+            TagName& tag = Tag(m_name);
+            if (tag.opened <= 0)
                 return;
-            --open->second;
+            --tag.opened;
         }
         FlushText();
         AppendEndTag(m_name);
@@ -547,9 +628,9 @@ private:
     std::string m_name;
     std::vector<Attribute> m_attributes;
     std::size_t m_count = 0;
-    // Start tags less end tags handed on, by name.
-    std::unordered_map<std::string, int> m_opened;
-    std::unordered_map<std::string, std::uint32_t> m_attributeNames;
+    NameTable<TagName> m_tags;
+    // One more than the name's place in the list of attribute names; 0 for a name not seen yet.
+    NameTable<std::uint32_t> m_attributeNames;
 };
 
 } // namespace
