@@ -3,9 +3,16 @@
 // own tree of the same bytes and, where Debian's libgumbo-dev is installed, an HTML5 tree builder;
 // the worst tag soup shapes at the body cap; and an index page under nested divs as the category
 // crawl meets it. Prints each figure; ratios are taken within one run.
+//   page_bench                      the figures
+//   page_bench --anchors URL PAGE...  each page's links as the facade reads them, as JSON in the
+//                                   form tests/pages/yardstick.py prints (bench/soup_corpus.py)
 #include "harvest/HtmlDom.h"
 
 #include <QElapsedTimer>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QUrl>
 #include <cstdio>
 #include <functional>
@@ -85,7 +92,26 @@ void GumboTree(const QByteArray& page) {
 
 } // namespace
 
-int main() {
+int PrintAnchors(int argc, char** argv) {
+    QJsonObject pages;
+    const QUrl base(QString::fromUtf8(argv[2]));
+    for (int i = 3; i < argc; ++i) {
+        QFile file(QString::fromUtf8(argv[i]));
+        if (!file.open(QIODevice::ReadOnly))
+            return 1;
+        QJsonArray anchors;
+        const auto document = ParseHtmlDocument(file.readAll(), QString(), base);
+        for (HtmlElement* link : document->links())
+            anchors.append(QJsonArray{link->DefaultValue(), link->innerHTML()});
+        pages.insert(QString::fromUtf8(argv[i]), anchors);
+    }
+    std::printf("%s\n", QJsonDocument(pages).toJson(QJsonDocument::Compact).constData());
+    return 0;
+}
+
+int main(int argc, char** argv) {
+    if (argc > 2 && QByteArray(argv[1]) == "--anchors")
+        return PrintAnchors(argc, argv);
     std::printf("listing pages (best of the rounds; MB/s of the page's bytes):\n");
     for (const qsizetype size : {qsizetype(36 * 1024), qsizetype(100 * 1024), qsizetype(1024 * 1024)}) {
         const QByteArray page = ListingPage(size);
