@@ -15,8 +15,9 @@ class HtmlDocument;
 class HtmlElement {
 public:
     virtual ~HtmlElement() = default;
-    // For a link (an anchor or area with an href) its target as an absolute URL: an absolute href
-    // as written, a relative one resolved against the page's URL. For any other element "[object]".
+    // For a link (an anchor or area with an href) its target as an absolute URL: an href that names
+    // a scheme as written, a relative one resolved against the page's base with its percent escapes
+    // kept, as a browser's href property gives it. For any other element "[object]".
     virtual QString DefaultValue() const = 0;
     // The markup inside the element, element names in capitals ("<IMG ..."), text escaped as the
     // HTML fragment serialization escapes it.

@@ -4,7 +4,6 @@
 #include "LinkTarget.h"
 
 #include <algorithm>
-#include <cctype>
 #include <climits>
 #include <cstdint>
 #include <cstring>
@@ -516,24 +515,31 @@ QString DomElement::DefaultValue() const {
     return ResolveLinkTarget(m_document->Base(), written);
 }
 
+// Whether an href as written (UTF-8) begins with a scheme, as HasScheme says of a QString.
+bool NamesScheme(std::string_view href) {
+    const auto alpha = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); };
+    if (href.empty() || !alpha(href.front()))
+        return false;
+    for (const char c : href.substr(1)) {
+        if (c == ':')
+            return true;
+        if (!alpha(c) && !(c >= '0' && c <= '9') && c != '+' && c != '-' && c != '.')
+            return false;
+    }
+    return false;
+}
+
 bool DomElement::DefaultValueStartsWith(QStringView prefix) const {
     std::string_view href;
     if (!(m_flags & LinkElement) || !Attribute("href", &href))
         return QStringView(u"[object]").startsWith(prefix);
     while (!href.empty() && static_cast<unsigned char>(href.front()) <= 0x20)
         href.remove_prefix(1);
-    // The written href decides whenever it names a scheme, and a relative one whenever the base's
-    // scheme and host decide; only the rest is resolved.
-    qsizetype schemeEnd = 0;
-    while (schemeEnd < qsizetype(href.size()) &&
-           (std::isalnum(static_cast<unsigned char>(href[std::size_t(schemeEnd)])) ||
-            (schemeEnd > 0 && href[std::size_t(schemeEnd)] != '\0' &&
-             std::strchr("+-.", href[std::size_t(schemeEnd)]))))
-        ++schemeEnd;
-    const bool absolute = schemeEnd > 0 && schemeEnd < qsizetype(href.size()) &&
-                          href[std::size_t(schemeEnd)] == ':' &&
-                          std::isalpha(static_cast<unsigned char>(href.front()));
-    if (absolute) {
+    while (!href.empty() && static_cast<unsigned char>(href.back()) <= 0x20)
+        href.remove_suffix(1);
+    // The href as written decides whenever it names a scheme, and a relative one whenever the
+    // base's scheme and host decide; only the rest is resolved.
+    if (NamesScheme(href)) {
         for (qsizetype i = 0; i < prefix.size(); ++i) {
             const char16_t c = prefix[i].unicode();
             if (c >= 0x80)
