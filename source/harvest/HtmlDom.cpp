@@ -569,6 +569,30 @@ QString DomElement::innerHTML() const {
 }
 
 bool DomElement::InnerHtmlStartsWith(QStringView prefix) const {
+    // The first child decides alone in the common cases: text never starts its markup with '<',
+    // an element starts it with '<' and its name in capitals.
+    const DomNode* first = (m_flags & VoidElement) ? nullptr : firstChild;
+    if (prefix.isEmpty())
+        return true;
+    if (!first)
+        return false;
+    if (first->kind == NodeKind::Text && prefix.front() == u'<')
+        return false;
+    if (first->kind == NodeKind::Element) {
+        const char* name = static_cast<const DomElement*>(first)->Name();
+        const auto length = qsizetype(std::strlen(name));
+        const bool ascii = std::all_of(name, name + length, [](char c) { return c > 0; });
+        if (ascii && prefix.size() <= 1 + length) {
+            if (prefix.front() != u'<')
+                return false;
+            for (qsizetype i = 1; i < prefix.size(); ++i) {
+                const char c = name[i - 1];
+                if (prefix[i] != QChar::fromLatin1((c >= 'a' && c <= 'z') ? char(c - 'a' + 'A') : c))
+                    return false;
+            }
+            return true;
+        }
+    }
     // Each UTF-16 unit takes at most three bytes of UTF-8, a pair of them four.
     QByteArray out;
     if (!(m_flags & VoidElement))

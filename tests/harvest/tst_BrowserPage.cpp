@@ -174,6 +174,8 @@ private Q_SLOTS:
         QTest::newRow("attributes as a browser splits them")
             << QByteArray("<a href=\"x\"title='y' c=d/ e=\"1\" e=2 F=\"&quot;>\">t</a><i/>u")
             << QStringLiteral("<A href=\"x\" title=\"y\" c=\"d/\" e=\"1\" f=\"&quot;>\">t</A><I>u</I>");
+        QTest::newRow("names in other letters")
+            << QByteArray("<a\xC3\xA9>t</a\xC3\xA9>") << QStringLiteral("<A\u00E9>t</A\u00E9>");
         QTest::newRow("names libxml2 cannot read")
             << QByteArray("<x$y a@b=1 c\"d>t</x$y>") << QStringLiteral("<X$Y a@b=\"1\" c\"d=\"\">t</X$Y>");
         QTest::newRow("references in any capitals a browser accepts")
