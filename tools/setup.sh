@@ -6,7 +6,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 packages=(build-essential cmake pkg-config qt6-base-dev qt6-base-dev-tools libqt6opengl6-dev
-          libxml2-dev libpugixml-dev curl xvfb xauth fonts-dejavu-core fonts-dejavu-extra
+          libxml2-dev libpugixml-dev curl xvfb xauth fonts-dejavu-core fonts-dejavu-extra fonts-wine
           python3-html5lib)
 missing=()
 for p in "${packages[@]}"; do
