@@ -284,6 +284,17 @@ int main(int argc, char** argv) {
                 qPrintable(choice->path), choice->pages, BenchPages,
                 choice->pages == BenchPages ? "no auction limit" : "limit 2000 auctions", Rounds);
 
+    // One harvest at no latency and nothing else, for an instruction profile of it:
+    //   valgrind --tool=callgrind --toggle-collect='RunHarvest*' build/bin/harvest_bench --once
+    if (argc > 1 && QByteArray(argv[1]) == "--once") {
+        SiteSim site;
+        const std::optional<Pass> pass = site.isRunning() ? RunPass(site, *choice, nullptr) : std::nullopt;
+        if (!pass)
+            return 1;
+        std::printf("one harvest: %d auctions, CPU %.3f s\n", pass->auctions, pass->harvestCpu);
+        return 0;
+    }
+
     QStringList urls;
     std::optional<Processing> processing, largeProcessing;
     bool allMet = true;
