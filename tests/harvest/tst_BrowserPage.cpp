@@ -176,8 +176,10 @@ private Q_SLOTS:
             << QStringLiteral("<A href=\"x\" title=\"y\" c=\"d/\" e=\"1\" f=\"&quot;>\">t</A><I>u</I>");
         QTest::newRow("names in other letters")
             << QByteArray("<a\xC3\xA9>t</a\xC3\xA9>") << QStringLiteral("<A\u00E9>t</A\u00E9>");
+        const QByteArray longName(120, 'l');
         QTest::newRow("names libxml2 cannot read")
-            << QByteArray("<x$y a@b=1 c\"d>t</x$y>") << QStringLiteral("<X$Y a@b=\"1\" c\"d=\"\">t</X$Y>");
+            << QByteArray("<x$y a@b=1 c\"d>t</x$y><" + longName + ">u</" + longName + ">")
+            << QStringLiteral("<X$Y a@b=\"1\" c\"d=\"\">t</X$Y><%1>u</%1>").arg(QString(longName.toUpper()));
         QTest::newRow("references in any capitals a browser accepts")
             << QByteArray("&AMP; &Amp; &LT;b&GT; &COPY; &Eacute;&eacute;")
             << QStringLiteral("&amp; &amp;Amp; &lt;b&gt; \u00A9 \u00C9\u00E9");
