@@ -26,7 +26,7 @@ struct Run {
 };
 
 // Waits with the event loop turning, so that a server of this process can answer the tool.
-inline Run runCli(const QStringList& arguments, const QString& localeVariable = {}) {
+inline Run runProgram(const QString& program, const QStringList& arguments, const QString& localeVariable = {}) {
     QProcess process;
     if (!localeVariable.isEmpty()) {
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
@@ -34,7 +34,7 @@ inline Run runCli(const QStringList& arguments, const QString& localeVariable = 
         process.setProcessEnvironment(environment);
     }
     QSignalSpy finished(&process, &QProcess::finished);
-    process.start(QStringLiteral(MARQUILL_CLI), arguments);
+    process.start(program, arguments);
     Run run;
     if (!finished.wait(60000))
         return run;
@@ -42,6 +42,10 @@ inline Run runCli(const QStringList& arguments, const QString& localeVariable = 
     run.out = process.readAllStandardOutput();
     run.err = QString::fromUtf8(process.readAllStandardError());
     return run;
+}
+
+inline Run runCli(const QStringList& arguments, const QString& localeVariable = {}) {
+    return runProgram(QStringLiteral(MARQUILL_CLI), arguments, localeVariable);
 }
 
 // Writes a catalogue of one site ("FullPath<TAB>URL" lines) into the category file of the folder.
