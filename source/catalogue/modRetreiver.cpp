@@ -6,6 +6,7 @@
 #include "catalogue/modXML.h"
 #include "harvest/BrowserPage.h"
 #include "harvest/modMain.h"
+#include "platform/DataPaths.h"
 #include "platform/HostHooks.h"
 
 #include <QFile>
@@ -232,10 +233,10 @@ RefreshResult RefreshCategories() {
     HarvestState.StopRequested = FlagFalse;
     ShowRefreshFeedback();
 
-    // The window's load has set the path; a host that never loaded the tree gets the file beside
-    // the program, as the load would.
+    // The window's load has set the path; a host that never loaded the tree gets the user's
+    // category file, as the load would.
     if (CategoryStore.CategoryFilePath.isEmpty())
-        CategoryStore.CategoryFilePath = ProgramFolder() + QLatin1Char('/') + CategoryFileName;
+        CategoryStore.CategoryFilePath = CategoryFilePath();
     const QString path = CategoryStore.CategoryFilePath;
     // Refused before anything is touched; the feedback stays up, as after any open that failed.
     auto refuse = [&](const QString& message) {

@@ -25,14 +25,13 @@ struct Run {
     QJsonObject json() const { return QJsonDocument::fromJson(out).object(); }
 };
 
-// Waits with the event loop turning, so that a server of this process can answer the tool.
-inline Run runProgram(const QString& program, const QStringList& arguments, const QString& localeVariable = {}) {
+// Waits with the event loop turning, so that a server of this process can answer the tool. An
+// empty environment is this process's.
+inline Run runProgram(const QString& program, const QStringList& arguments,
+                      const QProcessEnvironment& environment) {
     QProcess process;
-    if (!localeVariable.isEmpty()) {
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert("LC_ALL", localeVariable);
+    if (!environment.isEmpty())
         process.setProcessEnvironment(environment);
-    }
     QSignalSpy finished(&process, &QProcess::finished);
     process.start(program, arguments);
     Run run;
@@ -42,6 +41,16 @@ inline Run runProgram(const QString& program, const QStringList& arguments, cons
     run.out = process.readAllStandardOutput();
     run.err = QString::fromUtf8(process.readAllStandardError());
     return run;
+}
+
+inline Run runProgram(const QString& program, const QStringList& arguments,
+                      const QString& localeVariable = {}) {
+    QProcessEnvironment environment;
+    if (!localeVariable.isEmpty()) {
+        environment = QProcessEnvironment::systemEnvironment();
+        environment.insert("LC_ALL", localeVariable);
+    }
+    return runProgram(program, arguments, environment);
 }
 
 inline Run runCli(const QStringList& arguments, const QString& localeVariable = {}) {
