@@ -203,7 +203,10 @@ int main(int argc, char** argv) {
         for (const QString& title : titles)
             literal.tally(title);
         const double baseline = timer.nsecsElapsed() / 1e9;
-        const bool same = qsizetype(literal.words.size()) - 1 == distinct;
+        bool same = qsizetype(literal.words.size()) - 1 == distinct;
+        for (qsizetype n = 1; same && n <= distinct; ++n)
+            same = literal.words[size_t(n)] == HarvestState.KeywordTable.Word(n) &&
+                   literal.counts[size_t(n)] == HarvestState.KeywordTable.Count(n);
 
         std::printf(
             "%6d titles, %7lld words, %6lld distinct: %.4f s wall, %.4f s CPU, %.0f titles/s, %.0f words/s\n",
