@@ -52,9 +52,11 @@ for target in "${targets[@]}"; do
     echo "fuzz: $target for $seconds s" >&2
     inputs=("$build/corpus/$target" "$seeds/$target" "tests/fuzz/regressions/$target")
     [ ! -d "tests/fuzz/seeds/$target" ] || inputs+=("tests/fuzz/seeds/$target")
-    if TMPDIR="$PWD/$build/tmp" "$build/bin/fuzz_$target" -max_total_time="$seconds" -timeout=20 -max_len=16384 \
-        -rss_limit_mb=2560 -print_final_stats=1 -artifact_prefix="$build/failures/$target-" \
-        "${inputs[@]}" >"$log" 2>&1; then
+    options=(-max_total_time="$seconds" -timeout=20 -max_len=16384 -rss_limit_mb=2560 -print_final_stats=1)
+    dict="tests/fuzz/${target/scan/html}.dict"
+    [ ! -f "$dict" ] || options+=(-dict="$dict")
+    if TMPDIR="$PWD/$build/tmp" "$build/bin/fuzz_$target" "${options[@]}" \
+        -artifact_prefix="$build/failures/$target-" "${inputs[@]}" >"$log" 2>&1; then
         runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")
         echo "fuzz: $target: $runs runs, no failure; corpus $(ls "$build/corpus/$target" | wc -l) inputs" >&2
     else
