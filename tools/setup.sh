@@ -7,8 +7,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 packages=(build-essential cmake pkg-config qt6-base-dev qt6-base-dev-tools libqt6opengl6-dev
-          libxml2-dev libpugixml-dev curl xvfb xauth fonts-dejavu-core fonts-dejavu-extra)
-[ "${MARQUILL_FUZZ:-OFF}" = ON ] && packages+=(clang libclang-rt-14-dev)
+          libxml2-dev libpugixml-dev curl xvfb xauth fonts-dejavu-core fonts-dejavu-extra fonts-wine)
+if [ "${MARQUILL_FUZZ:-OFF}" = ON ]; then packages+=(clang libclang-rt-14-dev); fi
 missing=()
 for p in "${packages[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

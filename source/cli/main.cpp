@@ -129,7 +129,7 @@ int runSearch(const QCommandLineParser& parser) {
         err() << "marquill-cli: no node \"" << path << "\" in the tree of " << site << '\n';
         return ExitBadArguments;
     }
-    if (OpenURL(ProbeUrl).trimmed().isEmpty()) {
+    if (ProbeAnswerIsEmpty(OpenURL(ProbeUrl))) {
         err() << "You appear not to be online..\nPlease connect and try again\n";
         return ExitOffline;
     }

@@ -7,6 +7,8 @@
 ARButton::ARButton(QWidget* parent) : QPushButton(parent) {
     setAttribute(Qt::WA_Hover);
     setMouseTracking(true);
+    // The hover button has no Default property: Enter presses none of them, not even in a dialog.
+    setAutoDefault(false);
 }
 
 void ARButton::SetCaption(const QString& caption) {

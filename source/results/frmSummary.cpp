@@ -2,9 +2,11 @@
 
 #include "CommonDialog.h"
 #include "harvest/modMain.h"
+#include "platform/FormFont.h"
 #include "platform/HostHooks.h"
 #include "platform/MessageBox.h"
 #include "platform/ScreenPointer.h"
+#include "platform/WindowPlacement.h"
 #include "shell/NewSearch.h"
 #include "shell/frmHelp.h"
 #include "ui_frmSummary.h"
@@ -40,24 +42,24 @@ frmSummary::frmSummary(QWidget* owner)
     setWindowFlags(Qt::Tool | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
     setFixedSize(size());
     setModal(true);
+    CentreOnOwner(this, owner);
 
     QPalette palette = this->palette();
     palette.setColor(QPalette::Window, QColor(240, 240, 233));
     setPalette(palette);
     setAutoFillBackground(true);
-    QFont font;
-    // Where Tahoma is missing, the condensed face comes closest to its width, so captions fit.
-    font.setFamilies(
-        {QStringLiteral("Tahoma"), QStringLiteral("DejaVu Sans Condensed"), QStringLiteral("DejaVu Sans")});
-    font.setPointSizeF(8.25);
-    setFont(font);
-    // A fallback face runs wider than Tahoma: the fixed captions grow to the right rather than clip.
+    setFont(FormFont(QStringLiteral("Tahoma"), 8.25));
+    // Its style sheet would otherwise take the label out of the form's font.
+    m_ui->Label1->setFont(FormFont(QStringLiteral("Tahoma"), 8.25, true));
     for (QLabel* label : {m_ui->Label1, m_ui->Label2, m_ui->Label3, m_ui->Label4, m_ui->lblFilename})
-        label->resize(std::max(label->width(), label->sizeHint().width()), label->height());
+        WidenToCaption(label);
 
     QTreeWidget* list = m_ui->lvwResults;
     list->setColumnWidth(0, 2000 / 15);
     list->setColumnWidth(1, 600 / 15);
+    // A section's least width would keep the hidden column in the row, and the focus frame of
+    // the selected row would reach past Count.
+    list->header()->setMinimumSectionSize(0);
     list->setColumnWidth(SortColumn, 0);
     list->setColumnHidden(SortColumn, true);
     // The list has one order only; its headers sort nothing.

@@ -1,6 +1,8 @@
 #include "frmHelp.h"
 
+#include "platform/FormFont.h"
 #include "platform/HostHooks.h"
+#include "platform/WindowPlacement.h"
 #include "ui_frmHelp.h"
 
 #include <QUrl>
@@ -9,6 +11,7 @@ frmHelp::frmHelp(QWidget* owner) : QDialog(owner), m_ui(std::make_unique<Ui::frm
     m_ui->setupUi(this);
     setWindowFlags(Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
     setFixedSize(size());
+    CentreOnOwner(this, owner);
     if (owner)
         setWindowIcon(owner->window()->windowIcon());
     QPalette palette = this->palette();
@@ -16,10 +19,7 @@ frmHelp::frmHelp(QWidget* owner) : QDialog(owner), m_ui(std::make_unique<Ui::frm
     setPalette(palette);
     setAutoFillBackground(true);
 
-    QFont buttonFont;
-    buttonFont.setFamilies({QStringLiteral("MS Sans Serif"), QStringLiteral("DejaVu Sans")});
-    buttonFont.setPointSizeF(8.25);
-    m_ui->cmdClose->setFont(buttonFont);
+    m_ui->cmdClose->setFont(FormFont(QStringLiteral("MS Sans Serif"), 8.25));
     const QColor buttonFace = QPalette().color(QPalette::Button);
     m_ui->cmdClose->SetBackColor(buttonFace);
     m_ui->cmdClose->SetBackColorOnMouse(buttonFace);

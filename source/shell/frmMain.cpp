@@ -5,6 +5,7 @@
 #include "catalogue/modRetreiver.h"
 #include "harvest/modParser.h"
 #include "platform/ARButton.h"
+#include "platform/FormFont.h"
 #include "platform/HostHooks.h"
 #include "platform/Inet.h"
 #include "platform/MessageBox.h"
@@ -18,12 +19,13 @@
 #include <QCoreApplication>
 #include <QEventLoop>
 #include <QFile>
-#include <QFontDatabase>
 #include <QGuiApplication>
+#include <QMouseEvent>
 #include <QPixmap>
 #include <QScreen>
 #include <QTreeWidgetItem>
 #include <cstdlib>
+#include <utility>
 
 namespace {
 
@@ -51,21 +53,24 @@ Seams& seams() {
     return s;
 }
 
-QFont FormFont(qreal points, bool bold) {
-    // The window's typeface where the machine has it; otherwise a condensed sans, whose widths
-    // come close enough that no caption of the form is cut off.
-    static const QString family = [] {
-        for (const QString& name : {QStringLiteral("Tahoma"), QStringLiteral("DejaVu Sans Condensed"),
-                                    QStringLiteral("Liberation Sans Narrow")})
-            if (QFontDatabase::hasFamily(name))
-                return name;
-        return QStringLiteral("Sans Serif");
-    }();
-    QFont font(family);
-    font.setPointSizeF(points);
-    font.setBold(bold);
-    return font;
+QFont Tahoma(qreal points, bool bold) {
+    return FormFont(QStringLiteral("Tahoma"), points, bold);
 }
+
+// The probe blocks the window as a call that waits for the network would: what the user does
+// meanwhile is dropped, so Stop cannot be clicked and the pointer stays the wait cursor.
+// Painting, timers and the close box go on.
+class InputBlock final : public QObject {
+public:
+    InputBlock() { QCoreApplication::instance()->installEventFilter(this); }
+    ~InputBlock() override { QCoreApplication::instance()->removeEventFilter(this); }
+    InputBlock(const InputBlock&) = delete;
+    InputBlock& operator=(const InputBlock&) = delete;
+
+protected:
+    // A key's shortcut is tried only after its override event, which is input and dropped too.
+    bool eventFilter(QObject*, QEvent* event) override { return event->isInputEvent(); }
+};
 
 } // namespace
 
@@ -103,6 +108,7 @@ frmMain::frmMain(QWidget* parent) : QMainWindow(parent), m_ui(std::make_unique<U
             [] { ScreenPointer::Set(ScreenPointer::Wait); });
     connect(m_ui->cboSite, &QComboBox::currentIndexChanged, this, [] { ClickSite(); });
     connect(m_ui->treCategories, &QTreeWidget::itemClicked, this, [this] { treCategories_Click(); });
+    m_ui->treCategories->viewport()->installEventFilter(this);
 
     Form_Load();
 }
@@ -120,7 +126,7 @@ void frmMain::ApplyLook() {
     windowPalette.setColor(QPalette::Window, WindowColour);
     windowPalette.setColor(QPalette::Button, WindowColour);
     setPalette(windowPalette);
-    setFont(FormFont(8.25, false));
+    setFont(Tahoma(8.25, false));
     m_ui->centralwidget->setFixedSize(549, 403);
     m_ui->centralwidget->setAutoFillBackground(true);
 
@@ -133,7 +139,9 @@ void frmMain::ApplyLook() {
                            static_cast<QWidget*>(m_ui->Shape4)})
         shape->setAttribute(Qt::WA_TransparentForMouseEvents);
 
-    m_ui->Label1->setFont(FormFont(8.25, true));
+    m_ui->Label1->setFont(Tahoma(8.25, true));
+    WidenToCaption(m_ui->Label1);
+    WidenToCaption(m_ui->Label6);
     QPalette white = m_ui->Label1->palette();
     white.setColor(QPalette::WindowText, Qt::white);
     m_ui->Label1->setPalette(white);
@@ -142,13 +150,15 @@ void frmMain::ApplyLook() {
     m_ui->Label2->setPalette(grey);
 
     for (QLineEdit* title : {m_ui->txtlblGettingKeywords, m_ui->txtlblRefreshingCategories}) {
-        title->setFont(FormFont(8.25, true));
+        title->setFont(Tahoma(8.25, true));
         title->setTextMargins(0, 0, 0, 0);
+        // Shown from its start: where a wider face pushes the trailing blank out, only that goes.
+        title->setCursorPosition(0);
         QPalette p = title->palette();
         p.setColor(QPalette::Base, WindowColour);
         title->setPalette(p);
     }
-    m_ui->cmdGetKeywords->setFont(FormFont(9.75, true));
+    m_ui->cmdGetKeywords->setFont(Tahoma(9.75, true));
     m_ui->StatusBar1->setSizeGripEnabled(false);
 
     const QString logo = ProgramFolder() + QStringLiteral("/logo.png");
@@ -198,6 +208,8 @@ void frmMain::Form_Load() {
     m_ui->cboMaxAuctions->addItem(QStringLiteral("1,000"), 1000);
     m_ui->cboMaxAuctions->addItem(QStringLiteral("2,000"), 2000);
     m_ui->cboMaxAuctions->addItem(QStringLiteral("5,000"), 5000);
+    // The entry is chosen by a category file that opens, and by nothing else.
+    m_ui->cboMaxAuctions->setCurrentIndex(-1);
 
     CatalogueLogic.FormLoading = FlagTrue;
     m_ui->cboSite->addItem(UKSiteLabel);
@@ -259,6 +271,34 @@ void frmMain::treCategories_Click() {
     ClickTree(SelectedNode());
 }
 
+bool frmMain::eventFilter(QObject* watched, QEvent* event) {
+    // A click beside the items keeps the selected node, and is a click on the tree all the same.
+    QTreeWidget* tree = m_ui->treCategories;
+    if (watched != tree->viewport())
+        return QMainWindow::eventFilter(watched, event);
+    switch (event->type()) {
+    case QEvent::MouseButtonPress:
+    case QEvent::MouseButtonDblClick: {
+        const auto* mouse = static_cast<QMouseEvent*>(event);
+        if (tree->indexAt(mouse->position().toPoint()).isValid())
+            return false;
+        // The second press of a double click makes no click of its own.
+        m_blankClick = event->type() == QEvent::MouseButtonPress && mouse->button() == Qt::LeftButton
+                           ? BlankClick::Click
+                           : BlankClick::Swallow;
+        return true;
+    }
+    case QEvent::MouseButtonRelease:
+        if (m_blankClick == BlankClick::None)
+            return false;
+        if (std::exchange(m_blankClick, BlankClick::None) == BlankClick::Click)
+            treCategories_Click();
+        return true;
+    default:
+        return false;
+    }
+}
+
 void frmMain::SetCommandsEnabled(bool enabled) {
     m_ui->cboSite->setEnabled(enabled);
     m_ui->cboMaxAuctions->setEnabled(enabled);
@@ -300,8 +340,12 @@ void frmMain::SearchCommand() {
         return;
     }
 
-    const QString answer = seams().probe(ProbeUrl).trimmed();
-    if (answer.isEmpty()) {
+    QString answer;
+    {
+        const InputBlock block;
+        answer = seams().probe(ProbeUrl);
+    }
+    if (ProbeAnswerIsEmpty(answer)) {
         MessageBox::Show(QStringLiteral("You appear not to be online..\r\nPlease connect and try again"), 16,
                          QStringLiteral("Online?"), this);
         m_ui->txtlblGettingKeywords->hide();
@@ -324,6 +368,9 @@ void frmMain::SearchCommand() {
     HarvestState.SelectedPath = selected->FullPath();
     const SearchScope scope = ScopeOfPath(HarvestState.SelectedPath);
     HarvestState.AuctionsScanned = 0;
+    // Only a list that no category file has set yet has no entry; the search takes the default.
+    if (m_ui->cboMaxAuctions->currentIndex() < 0)
+        m_ui->cboMaxAuctions->setCurrentIndex(DefaultAuctionsIndex);
     HarvestState.MaxAuctions = m_ui->cboMaxAuctions->currentData().toInt();
 
     RunHarvest(scope, url, m_shownTree, selected);

@@ -40,6 +40,7 @@ public:
 
 protected:
     void closeEvent(QCloseEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
     void Form_Load();
@@ -62,4 +63,7 @@ private:
     // Set while the search or refresh command runs, so a close can end the run first.
     bool m_inRun = false;
     bool m_closeAfterRun = false;
+    // A press on the tree's blank area, held until its release.
+    enum class BlankClick { None, Click, Swallow };
+    BlankClick m_blankClick = BlankClick::None;
 };

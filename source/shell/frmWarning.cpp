@@ -1,5 +1,6 @@
 #include "frmWarning.h"
 
+#include "platform/FormFont.h"
 #include "ui_frmWarning.h"
 
 #include <QCloseEvent>
@@ -17,22 +18,11 @@ frmWarning::frmWarning(std::function<void()> wayToMain, QWidget* parent)
     setPalette(palette);
     setAutoFillBackground(true);
 
-    const QStringList families{QStringLiteral("Trebuchet MS"), QStringLiteral("DejaVu Sans")};
-    QFont font;
-    font.setFamilies(families);
-    font.setPointSizeF(9);
-    setFont(font);
-    QFont title = font;
-    title.setPointSizeF(11.25);
-    title.setBold(true);
-    m_ui->Label1->setFont(title);
-    QFont heading = font;
-    heading.setPointSizeF(9.75);
-    heading.setBold(true);
-    m_ui->Label14->setFont(heading);
-    QFont button = font;
-    button.setBold(true);
-    m_ui->ARButton1->setFont(button);
+    const QString face = QStringLiteral("Trebuchet MS");
+    setFont(FormFont(face, 9));
+    m_ui->Label1->setFont(FormFont(face, 11.25, true));
+    m_ui->Label14->setFont(FormFont(face, 9.75, true));
+    m_ui->ARButton1->setFont(FormFont(face, 9, true));
     m_ui->ARButton1->SetBackColor(QColor(240, 240, 233));
     m_ui->ARButton1->SetBackColorOnMouse(QColor(240, 240, 233));
 

@@ -1,12 +1,22 @@
 #include "platform/ARButton.h"
+#include "platform/HostHooks.h"
 #include "platform/MessageBox.h"
 #include "platform/ScreenPointer.h"
 #include "platform/WorkAnimation.h"
+#include "results/frmSummary.h"
+#include "shell/frmHelp.h"
+#include "shell/frmMain.h"
+#include "shell/frmWarning.h"
 
 #include <QApplication>
 #include <QEnterEvent>
+#include <QFile>
+#include <QFontInfo>
+#include <QLabel>
+#include <QLineEdit>
 #include <QMovie>
 #include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QTest>
 
 class tst_PlatformControls : public QObject {
@@ -129,6 +139,49 @@ private Q_SLOTS:
         }
         QVERIFY(!animation.Navigate(QStringLiteral("/nonexistent/anwork.gif")));
         QVERIFY(!animation.Movie());
+    }
+
+    // Not pixel for pixel: each caption's text, in the font its control draws with, within the
+    // control's width (a wrapped label's lines within its height).
+    void everyCaptionFitsItsControl() {
+        QTemporaryDir folder;
+        SetProgramFolder(folder.path());
+        MessageBox::SetAnswersSupplied(true);
+        frmMain main;
+        frmSummary summary(&main);
+        frmHelp help(&main);
+        frmWarning warning([] {});
+        QCOMPARE(summary.findChild<QLabel*>(QStringLiteral("Label1"))->font().pointSizeF(), 8.25);
+        if (QFile::exists(QStringLiteral("/usr/share/wine/fonts/tahoma.ttf")))
+            QCOMPARE(QFontInfo(main.font()).family(), QStringLiteral("Tahoma"));
+        int captions = 0;
+        for (const QWidget* window :
+             std::initializer_list<const QWidget*>{&main, &summary, &help, &warning}) {
+            for (const QWidget* control : window->findChildren<QWidget*>()) {
+                QString text;
+                int room = 0;
+                if (const auto* label = qobject_cast<const QLabel*>(control)) {
+                    text = label->wordWrap() ? QString() : label->text();
+                    room = label->contentsRect().width();
+                    QVERIFY(!label->wordWrap() || label->heightForWidth(room) <= label->height());
+                } else if (const auto* button = qobject_cast<const ARButton*>(control)) {
+                    text = button->text().remove(QLatin1Char('&'));
+                    room = button->width() - 7;
+                } else if (const auto* title = qobject_cast<const QLineEdit*>(control);
+                           title && title->isReadOnly()) {
+                    // The box's own background hides the frame's edge; a trailing blank shows nothing.
+                    text = title->text();
+                    while (text.endsWith(QLatin1Char(' ')))
+                        text.chop(1);
+                    room = title->width() - 4;
+                }
+                QVERIFY2(control->fontMetrics().horizontalAdvance(text) <= room,
+                         qPrintable(control->objectName()));
+                captions += text.isEmpty() ? 0 : 1;
+            }
+        }
+        QVERIFY(captions > 40);
+        SetProgramFolder(QString());
     }
 };
 

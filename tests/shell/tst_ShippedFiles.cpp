@@ -70,8 +70,8 @@ private Q_SLOTS:
         QTextDocument document;
         document.setHtml(QString::fromUtf8(file.readAll()));
         const QString text = document.toPlainText();
-        for (const char* topic : {"Get Keywords", "Stop Search", "Refresh Categories", "Print", "New Search",
-                                  "Keywords dd.mm.yyyy.txt", "ebay.co.uk"})
+        for (const char* topic : {"Get Keywords", "Stop Search", "Stop Refresh", "Refresh Categories",
+                                  "Print", "New Search", "Keywords dd.mm.yyyy.txt", "ebay.co.uk"})
             QVERIFY2(text.contains(QLatin1String(topic)), topic);
     }
 

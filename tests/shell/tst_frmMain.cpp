@@ -1,7 +1,6 @@
 #include "MemoryPageSource.h"
 #include "catalogue/CategoryCatalogue.h"
 #include "catalogue/CategoryTree.h"
-#include "harvest/HttpPageSource.h"
 #include "harvest/modMain.h"
 #include "platform/ARButton.h"
 #include "platform/HostHooks.h"
@@ -13,6 +12,7 @@
 #include <QAction>
 #include <QApplication>
 #include <QComboBox>
+#include <QDir>
 #include <QEnterEvent>
 #include <QFile>
 #include <QFrame>
@@ -21,10 +21,7 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QMovie>
-#include <QNetworkProxy>
 #include <QStatusBar>
-#include <QTcpServer>
-#include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTreeWidget>
@@ -87,40 +84,6 @@ struct SummarySeen {
     int pointer = -1;
     bool feedbackVisible = true;
     bool getKeywordsEnabled = true;
-};
-
-// A loopback server that answers every request, as a proxy would, with a fixed status and body.
-class ProbeServer final : public QObject {
-public:
-    ProbeServer(int status, QByteArray body, bool hangUp)
-        : m_status(status), m_body(std::move(body)), m_hangUp(hangUp) {
-        QObject::connect(&m_server, &QTcpServer::newConnection, this, [this] {
-            while (QTcpSocket* socket = m_server.nextPendingConnection()) {
-                QObject::connect(socket, &QTcpSocket::readyRead, socket, [this, socket] {
-                    m_request += socket->readAll();
-                    if (!m_request.contains("\r\n\r\n"))
-                        return;
-                    if (!m_hangUp) {
-                        socket->write("HTTP/1.1 " + QByteArray::number(m_status) +
-                                      " Status\r\nContent-Length: " + QByteArray::number(m_body.size()) +
-                                      "\r\nContent-Type: text/html\r\nConnection: close\r\n\r\n" + m_body);
-                    }
-                    socket->disconnectFromHost();
-                });
-                QObject::connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
-            }
-        });
-    }
-    bool Listen() { return m_server.listen(QHostAddress::LocalHost, 0); }
-    quint16 Port() const { return m_server.serverPort(); }
-    const QByteArray& Request() const { return m_request; }
-
-private:
-    QTcpServer m_server;
-    int m_status;
-    QByteArray m_body;
-    bool m_hangUp;
-    QByteArray m_request;
 };
 
 } // namespace
@@ -288,6 +251,28 @@ private Q_SLOTS:
         QVERIFY(movie);
         QCOMPARE(movie->state(), QMovie::Running);
         CheckState(State::Idle);
+
+        // Only a category file that opens chooses the auction entry.
+        QTemporaryDir broken;
+        QVERIFY(QDir(broken.path()).mkdir(QStringLiteral("aeurl.xml")));
+        SetProgramFolder(broken.path());
+        frmMain without;
+        SetProgramFolder(m_folder.path());
+        QCOMPARE(MessageBox::ShownBoxes().size(), 1);
+        QVERIFY(MessageBox::ShownBoxes()[0].text.startsWith(QStringLiteral("Cannot open ")));
+        auto* unchosen = without.findChild<QComboBox*>(QStringLiteral("cboMaxAuctions"));
+        QCOMPARE(unchosen->count(), 4);
+        QCOMPARE(unchosen->currentIndex(), -1);
+        QVERIFY(unchosen->currentText().isEmpty());
+        // A file that opens later, a node chosen without a click: the search takes "2,000".
+        QVERIFY(QDir(broken.path()).rmdir(QStringLiteral("aeurl.xml")));
+        without.findChild<QComboBox*>(QStringLiteral("cboSite"))->setCurrentIndex(0);
+        auto* otherTree = without.findChild<QTreeWidget*>(QStringLiteral("treCategories"));
+        otherTree->setCurrentItem(otherTree->topLevelItem(0));
+        frmMain::SetShowSummary([](QWidget*) {});
+        QTest::mouseClick(without.findChild<ARButton*>(QStringLiteral("cmdGetKeywords")), Qt::LeftButton);
+        QCOMPARE(HarvestState.MaxAuctions, 2000);
+        QCOMPARE(unchosen->currentText(), QStringLiteral("2,000"));
     }
 
     void siteChangeShowsThatSitesCatalogue() {
@@ -318,33 +303,16 @@ private Q_SLOTS:
         CheckState(State::Idle);
     }
 
-    void probeWithNothingButSpacesLeadsBack_data() {
-        QTest::addColumn<int>("status");
-        QTest::addColumn<QByteArray>("body");
-        QTest::addColumn<bool>("hangUp");
-        QTest::newRow("blank page") << 200 << QByteArray("  \r\n \t ") << false;
-        QTest::newRow("empty page") << 200 << QByteArray() << false;
-        QTest::newRow("server error with a body") << 503 << QByteArray("<html>down</html>") << false;
-        QTest::newRow("connection closed") << 200 << QByteArray() << true;
-    }
-
     void probeWithNothingButSpacesLeadsBack() {
-        QFETCH(int, status);
-        QFETCH(QByteArray, body);
-        QFETCH(bool, hangUp);
-        // The program's own probe, through a proxy that stands for the network.
-        frmMain::ResetSeams();
-        frmMain::SetShowSummary([this](QWidget*) { ++m_summary.calls; });
-        ProbeServer server(status, body, hangUp);
-        QVERIFY(server.Listen());
-        HttpPageSource::SetProxy(
-            QNetworkProxy(QNetworkProxy::HttpProxy, QStringLiteral("127.0.0.1"), server.Port()));
+        frmMain::SetProbe([this](const QString&) {
+            ++m_probes;
+            return QStringLiteral("   ");
+        });
         SelectNode(QStringLiteral("Select Category~Toys & Games~Dolls"));
         HarvestState.SelectedPath = QStringLiteral("left over");
         ClickGetKeywords();
-        HttpPageSource::SetProxy(QNetworkProxy(QNetworkProxy::NoProxy));
 
-        QVERIFY(server.Request().startsWith("GET http://www.ebay.com/ HTTP/1.1"));
+        QCOMPARE(m_probes, 1);
         QCOMPARE(MessageBox::ShownBoxes().size(), 1);
         const MessageBox::Shown& box = MessageBox::ShownBoxes()[0];
         QCOMPARE(box.text, QStringLiteral("You appear not to be online..\r\nPlease connect and try again"));
@@ -475,6 +443,20 @@ private Q_SLOTS:
         CheckState(State::Idle);
     }
 
+    void blankClickInTheTreeKeepsTheNodeAndSetsTheLimit() {
+        SelectNode(QStringLiteral("Select Category~Toys & Games~Dolls"));
+        CatalogueLogic.SavedAuctionsIndex = 1;
+        auto* tree = Control<QTreeWidget>("treCategories");
+        const QPoint blank(tree->viewport()->width() - 2, tree->viewport()->height() - 2);
+        QVERIFY(!tree->indexAt(blank).isValid());
+        QTest::mouseClick(tree->viewport(), Qt::LeftButton, {}, blank);
+        QCOMPARE(m_window->SelectedNode()->FullPath(), QStringLiteral("Select Category~Toys & Games~Dolls"));
+        QCOMPARE(Control<QComboBox>("cboMaxAuctions")->currentText(), QStringLiteral("1,000"));
+        ClickGetKeywords();
+        QCOMPARE(m_summary.selectedPath, QStringLiteral("Select Category~Toys & Games~Dolls"));
+        QCOMPARE(HarvestState.MaxAuctions, 1000);
+    }
+
     void secondSearchAfterTheSummaryCountsAfresh() {
         SelectNode(QStringLiteral("Select Category~Coins~Bullion"));
         auto* limits = Control<QComboBox>("cboMaxAuctions");
@@ -508,10 +490,13 @@ private Q_SLOTS:
         QCOMPARE(ScreenPointer::Current(), 0);
     }
 
-    void closingWhileTheProbeWaitsRunsNothing() {
+    void probeBlocksInputButTheCloseBoxEndsTheCommand() {
         SelectNode(QStringLiteral("Select Category~Toys & Games~Dolls"));
         bool openDuringProbe = false;
         frmMain::SetProbe([&](const QString&) {
+            MessageBox::SetNextAnswer(MessageBox::AnswerYes);
+            QTest::mouseClick(Control<ARButton>("cmdStopSearch"), Qt::LeftButton);
+            QTest::keyClick(Control<QTreeWidget>("treCategories"), Qt::Key_Up);
             m_window->close();
             // Still open: the command has not unwound yet.
             openDuringProbe = m_window->isVisible();
@@ -519,6 +504,8 @@ private Q_SLOTS:
         });
         ClickGetKeywords();
         QVERIFY(openDuringProbe);
+        QVERIFY(MessageBox::ShownBoxes().isEmpty());
+        QCOMPARE(m_window->SelectedNode()->FullPath(), QStringLiteral("Select Category~Toys & Games~Dolls"));
         QVERIFY(m_pages.Requested().isEmpty());
         QCOMPARE(m_summary.calls, 0);
         QVERIFY(!m_window->isVisible());
@@ -538,49 +525,6 @@ private Q_SLOTS:
         });
         ClickGetKeywords();
         QCOMPARE(m_exits, 2);
-    }
-
-    void controlsSitWhereTheFormPutsThem_data() {
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<QString>("parent");
-        QTest::addColumn<QRect>("pixels");
-        // Twips / 15.
-        QTest::newRow("treCategories") << "treCategories"
-                                       << "centralwidget" << QRect(26, 54, 197, 291);
-        QTest::newRow("cboSite") << "cboSite"
-                                 << "centralwidget" << QRect(137, 28, 78, 21);
-        QTest::newRow("cmdGetKeywords") << "cmdGetKeywords"
-                                        << "Frame2" << QRect(77, 57, 145, 29);
-        QTest::newRow("cboMaxAuctions") << "cboMaxAuctions"
-                                        << "Frame2" << QRect(163, 18, 81, 21);
-        QTest::newRow("fraFeedBack") << "fraFeedBack"
-                                     << "centralwidget" << QRect(234, 212, 292, 89);
-        QTest::newRow("cmdStopSearch") << "cmdStopSearch"
-                                       << "fraFeedBack" << QRect(168, 32, 97, 25);
-        QTest::newRow("Picture1") << "Picture1"
-                                  << "fraFeedBack" << QRect(53, 26, 86, 15);
-        QTest::newRow("WebBrowser1") << "WebBrowser1"
-                                     << "Picture1" << QRect(-16, -18, 123, 51);
-        QTest::newRow("lblMainTotal") << "lblMainTotal"
-                                      << "fraFeedBack" << QRect(11, 50, 161, 12);
-        QTest::newRow("cmdRefresh") << "cmdRefresh"
-                                    << "centralwidget" << QRect(240, 332, 105, 25);
-        QTest::newRow("cmdExit") << "cmdExit"
-                                 << "centralwidget" << QRect(440, 312, 73, 25);
-        QTest::newRow("StatusBar1") << "StatusBar1"
-                                    << "centralwidget" << QRect(0, 383, 549, 20);
-        QTest::newRow("txtlblRefreshingCategories") << "txtlblRefreshingCategories"
-                                                    << "centralwidget" << QRect(243, 211, 132, 21);
-    }
-
-    void controlsSitWhereTheFormPutsThem() {
-        QFETCH(QString, name);
-        QFETCH(QString, parent);
-        QFETCH(QRect, pixels);
-        auto* control = m_window->findChild<QWidget*>(name);
-        QVERIFY(control);
-        QCOMPARE(control->parentWidget()->objectName(), parent);
-        QCOMPARE(control->geometry(), pixels);
     }
 
     void windowIsFixedWithItsMenuTabOrderAndColours() {

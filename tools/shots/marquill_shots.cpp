@@ -79,6 +79,12 @@ int main(int argc, char** argv) {
     window.show();
     QCoreApplication::processEvents();
     Save(&window, out, QStringLiteral("main-idle"));
+    // The refreshing state as a refresh shows it, without crawling: its title over the frame.
+    Hooks().ShowRefreshFeedback();
+    Hooks().SetStopCaption(QStringLiteral("Stop Refresh"));
+    QCoreApplication::processEvents();
+    Save(&window, out, QStringLiteral("main-refreshing"));
+    Hooks().HideFeedback();
 
     auto* tree = window.findChild<QTreeWidget*>(QStringLiteral("treCategories"));
     auto* search = window.findChild<QAbstractButton*>(QStringLiteral("cmdGetKeywords"));
