@@ -162,5 +162,5 @@ std::unique_ptr<PageLoad> HttpPageSource::Start(const QUrl& url) {
     request.setMaximumRedirectsAllowed(MaxRedirects);
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::NoLessSafeRedirectPolicy);
     request.setTransferTimeout(m_silenceTimeoutMs);
-    return std::make_unique<HttpLoad>(Manager().get(request), m_maxBodyBytes);
+    return std::make_unique<HttpLoad>((m_manager ? *m_manager : Manager()).get(request), m_maxBodyBytes);
 }

@@ -14,6 +14,11 @@ public:
     static constexpr qint64 DefaultMaxBodyBytes = 16 * 1024 * 1024;
     static constexpr int MaxRedirects = 10;
 
+    HttpPageSource() = default;
+    // Loads through the given manager, with connections of its own, instead of the process's.
+    // The manager must outlive the source.
+    explicit HttpPageSource(QNetworkAccessManager* manager) : m_manager(manager) {}
+
     std::unique_ptr<PageLoad> Start(const QUrl& url) override;
 
     // A load that receives nothing for this long ends as failed, which the browser shows as a
@@ -32,6 +37,7 @@ public:
     static QNetworkAccessManager& Manager();
 
 private:
+    QNetworkAccessManager* m_manager = nullptr;
     int m_silenceTimeoutMs = DefaultSilenceTimeoutMs;
     qint64 m_maxBodyBytes = DefaultMaxBodyBytes;
 };

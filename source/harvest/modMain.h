@@ -18,7 +18,8 @@ constexpr SearchScope ScopeAllCategories = 1;
 constexpr SearchScope ScopeMainCategory = 2;
 constexpr SearchScope ScopeSubCategory = 3;
 
-constexpr std::int32_t NoAuctionLimit = 9999;
+// No auction limit. Negative, so that no limit a user can give (1 and up) ever reads as none.
+constexpr std::int32_t NoAuctionLimit = -1;
 
 // Site constants. The program knows only the real sites' addresses; the sample site answers
 // for them as an HTTP proxy.

@@ -2,6 +2,7 @@
 
 #include "BrowserPage.h"
 #include "CategoryTree.h"
+#include "HarvestObserver.h"
 #include "HostHooks.h"
 #include "VbNumeric.h"
 
@@ -104,7 +105,7 @@ void TallyTitle(const QString& title) {
     // An empty title gives no pieces at all, so not even a yield.
     if (title.isEmpty())
         return;
-    const QLocale locale;
+    const QLocale locale = NumericLocale();
     qsizetype start = 0;
     for (;;) {
         qsizetype end = title.indexOf(u' ', start);
@@ -160,6 +161,8 @@ std::int16_t ReadPageCount(const QString& outerHtml) {
 void ScanListingPage(const QString& url) {
     if (stopRequested())
         return;
+    HarvestObserver* observer = CurrentHarvestObserver();
+    ScannedPage seen;
     BrowserPage page;
     page.Navigate(url);
     while (page.ReadyState() != 4) {
@@ -171,6 +174,11 @@ void ScanListingPage(const QString& url) {
     }
     if (stopRequested()) {
         page.Quit();
+        if (observer) {
+            seen.url = url;
+            seen.failure = PageFailure::Aborted;
+            observer->PageScanned(seen);
+        }
         return;
     }
     HtmlDocument* document = page.Document();
@@ -179,39 +187,58 @@ void ScanListingPage(const QString& url) {
         HarvestState.PageCount = ReadPageCount(root ? root->outerHTML() : QString());
     }
     const QString prefix = ItemPagePrefix(Hooks().SiteLabel());
+    seen.walked = true;
+    seen.walkedToEnd = true;
     for (const HtmlElement* anchor : document->links()) {
         Hooks().Yield();
         if (stopRequested()) {
             HarvestState.ScanHalted = FlagTrue;
+            seen.walkedToEnd = false;
             break;
         }
         const QString target = anchor->DefaultValue();
         const QString inner = anchor->innerHTML();
         if (target.startsWith(prefix, Qt::CaseSensitive) && !inner.startsWith(u"<IMG", Qt::CaseSensitive)) {
             ++HarvestState.AuctionsScanned;
+            ++seen.auctionLinks;
             TallyTitle(inner);
         }
         if (stopRequested()) {
             HarvestState.ScanHalted = FlagTrue;
+            seen.walkedToEnd = false;
             break;
         }
         if (HarvestState.MaxAuctions != NoAuctionLimit &&
             HarvestState.AuctionsScanned >= HarvestState.MaxAuctions) {
             HarvestState.ScanHalted = FlagTrue;
+            // The limit met at the last link still leaves the page walked to its end.
+            seen.walkedToEnd = anchor == document->links().back();
             break;
         }
+    }
+    if (observer) {
+        seen.url = url;
+        seen.httpStatus = page.HttpStatus();
+        seen.failure = page.Failure();
+        observer->PageScanned(seen);
     }
     page.Quit();
 }
 
-Flag ScanResultPage(std::int16_t pageNumber, const QString& firstPageUrl) {
+QString ResultPageUrl(std::int16_t pageNumber, const QString& firstPageUrl) {
     const qsizetype i = firstPageUrl.indexOf(u"QQsacat", 0, Qt::CaseInsensitive);
+    if (i < 0)
+        return QString();
+    return firstPageUrl.left(i) + QStringLiteral("QQlopgZ") + QString::number(pageNumber) +
+           firstPageUrl.mid(i);
+}
+
+Flag ScanResultPage(std::int16_t pageNumber, const QString& firstPageUrl) {
+    const QString url = ResultPageUrl(pageNumber, firstPageUrl);
     // A URL without the key has no page form: rather than ask the site for an address it never
     // gave, the run ends here.
-    if (i < 0)
+    if (url.isEmpty())
         return FlagTrue;
-    const QString url =
-        firstPageUrl.left(i) + QStringLiteral("QQlopgZ") + QString::number(pageNumber) + firstPageUrl.mid(i);
     ScanListingPage(url);
     return HarvestState.ScanHalted == FlagTrue || stopRequested() ? FlagTrue : FlagFalse;
 }
@@ -251,6 +278,40 @@ bool runMustEnd() {
     return stopRequested() || HarvestState.ScanHalted == FlagTrue;
 }
 
+// The hint for a watcher: the URLs of the sub-categories that the walk will scan, in its order.
+// Worked out only when someone watches, and before the first yield, so it reads the nodes that
+// the walk reads.
+void tellSubCategoriesAhead(SearchScope scope, const CategoryNode* selected) {
+    HarvestObserver* observer = CurrentHarvestObserver();
+    if (!observer || !selected)
+        return;
+    QStringList urls;
+    if (scope == ScopeAllCategories) {
+        for (const CategoryNode* main = selected->Child(); main; main = main->Next())
+            for (const CategoryNode* sub = main->Child(); sub; sub = sub->Next())
+                urls << PrepareListingUrl(sub->Key());
+    } else {
+        const CategoryNode* cursor = selected->Child();
+        for (int step = 1; step <= selected->Children() && cursor; ++step, cursor = cursor->Next())
+            urls << PrepareListingUrl(cursor->Key());
+    }
+    observer->PagesAhead(urls);
+}
+
+void tellResultPagesAhead(std::int16_t last, const QString& prepared) {
+    HarvestObserver* observer = CurrentHarvestObserver();
+    if (!observer)
+        return;
+    QStringList urls;
+    for (int pageNumber = 2; pageNumber <= last; ++pageNumber) {
+        const QString url = ResultPageUrl(std::int16_t(pageNumber), prepared);
+        if (url.isEmpty())
+            break;
+        urls << url;
+    }
+    observer->PagesAhead(urls);
+}
+
 } // namespace
 
 // The tree argument only keeps the nodes alive for the length of the walk.
@@ -263,6 +324,7 @@ void RunHarvest(SearchScope scope, const QString& url, std::shared_ptr<const Cat
 
     switch (scope) {
     case ScopeAllCategories:
+        tellSubCategoriesAhead(scope, selected);
         for (const CategoryNode* main = selected ? selected->Child() : nullptr; main; main = main->Next()) {
             for (const CategoryNode* sub = main->Child(); sub; sub = sub->Next()) {
                 if (!yieldAndContinue())
@@ -275,6 +337,7 @@ void RunHarvest(SearchScope scope, const QString& url, std::shared_ptr<const Cat
         break;
     case ScopeMainCategory: {
         const int n = selected ? selected->Children() : 0;
+        tellSubCategoriesAhead(scope, selected);
         const CategoryNode* cursor = nullptr;
         for (int step = 1; step <= n; ++step) {
             if (!yieldAndContinue())
@@ -294,6 +357,7 @@ void RunHarvest(SearchScope scope, const QString& url, std::shared_ptr<const Cat
         if (stopRequested())
             return;
         const std::int16_t last = HarvestState.PageCount;
+        tellResultPagesAhead(last, prepared);
         for (std::int16_t pageNumber = 2; pageNumber <= last && pageNumber > 0; ++pageNumber) {
             Hooks().Yield();
             if (ScanResultPage(pageNumber, prepared) == FlagTrue)

@@ -3,7 +3,6 @@
 #include "modMain.h"
 
 #include <QString>
-
 #include <cstdint>
 #include <memory>
 
@@ -25,6 +24,9 @@ QString PrepareListingUrl(const QString& url);
 // The listing scan.
 void ScanListingPage(const QString& url);
 Flag ScanResultPage(std::int16_t pageNumber, const QString& firstPageUrl);
+// The URL of a result page from the first page's: "QQlopgZ" and the number in front of
+// "QQsacat". Empty when the URL has no "QQsacat".
+QString ResultPageUrl(std::int16_t pageNumber, const QString& firstPageUrl);
 std::int16_t ReadPageCount(const QString& outerHtml);
 
 // The keyword tally.

@@ -60,6 +60,13 @@ bool startsWithAt(QStringView text, qsizetype pos, const QString& token) {
 
 } // namespace
 
+QLocale NumericLocale() {
+    const QLocale locale;
+    if (locale.language() == QLocale::C)
+        return QLocale(QLocale::English, QLocale::UnitedStates);
+    return locale;
+}
+
 std::optional<double> ParseVbNumber(QStringView text, const QLocale& locale) {
     qsizetype begin = 0;
     qsizetype end = text.size();

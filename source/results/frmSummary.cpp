@@ -6,6 +6,7 @@
 #include "platform/HostHooks.h"
 #include "platform/MessageBox.h"
 #include "platform/ScreenPointer.h"
+#include "platform/VbNumeric.h"
 #include "platform/WindowPlacement.h"
 #include "shell/NewSearch.h"
 #include "shell/frmHelp.h"
@@ -89,7 +90,7 @@ frmSummary::frmSummary(QWidget* owner)
     }
     ScreenPointer::Set(ScreenPointer::Default);
     m_ui->lblSite->setText(Hooks().SiteLabel());
-    m_ui->lblKeywordCount->setText(QLocale().toString(HarvestState.KeywordsFound));
+    m_ui->lblKeywordCount->setText(NumericLocale().toString(HarvestState.KeywordsFound));
     SetCaptions();
 }
 

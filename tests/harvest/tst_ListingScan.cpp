@@ -135,13 +135,16 @@ void tst_ListingScan::limitStandsBehindEveryAnchor() {
     QCOMPARE(HarvestState.ScanHalted, FlagTrue);
     QCOMPARE(tallied(), (QStringList{"Gold=1", "Coin=1", "1oz=1", "<B>NEW=1", "Lot=1", "Box=1"}));
 
-    // A limit already reached ends the walk behind the first anchor, auction or not.
-    startRun(1);
-    HarvestState.AuctionsScanned = 1;
-    const int before = m_yields;
-    ScanListingPage(QStringLiteral("http://listings.ebay.com/aQQsacatZ1"));
-    QCOMPARE(m_yields - before, 1);
-    QCOMPARE(HarvestState.ScanHalted, FlagTrue);
+    // A limit already reached ends the walk behind the first anchor, auction or not; 9999 and the
+    // top of the range are limits like any other.
+    for (const qint32 limit : {1, 9999, std::numeric_limits<qint32>::max()}) {
+        startRun(limit);
+        HarvestState.AuctionsScanned = limit;
+        const int before = m_yields;
+        ScanListingPage(QStringLiteral("http://listings.ebay.com/aQQsacatZ1"));
+        QCOMPARE(m_yields - before, 1);
+        QCOMPARE(HarvestState.ScanHalted, FlagTrue);
+    }
 }
 
 void tst_ListingScan::stopAtEachTestPoint() {

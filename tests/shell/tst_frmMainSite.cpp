@@ -15,6 +15,9 @@
 #include <QAction>
 #include <QComboBox>
 #include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QLabel>
 #include <QNetworkProxy>
 #include <QProcess>
@@ -128,17 +131,21 @@ private Q_SLOTS:
                 QVERIFY2(url.contains(id), qPrintable(url));
             QVERIFY(window.findChild<QAbstractButton*>(QStringLiteral("cmdGetKeywords"))->isEnabled());
 
-            // The command-line tool, run on the same node of the same site, prints the same rows
+            // The command-line tool, run on the same node of the same site, gives the same rows
             // in the same order.
             QProcess cli;
             cli.start(QStringLiteral(MARQUILL_CLI),
                       {QStringLiteral("search"), QStringLiteral("--site"), USSiteLabel,
                        QStringLiteral("--node"), sub[0], QStringLiteral("--data"), folder.path(),
-                       QStringLiteral("--proxy"), site.proxyUrl().toString()});
+                       QStringLiteral("--proxy"), site.proxyUrl().toString(), QStringLiteral("--format"),
+                       QStringLiteral("json")});
             QVERIFY(cli.waitForFinished(60000));
             QCOMPARE(cli.exitCode(), 0);
-            QCOMPARE(QString::fromUtf8(cli.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts),
-                     shownLines);
+            QStringList cliLines;
+            for (const QJsonValue word :
+                 QJsonDocument::fromJson(cli.readAllStandardOutput())["words"].toArray())
+                cliLines << word["word"].toString() + u',' + QString::number(word["count"].toInteger());
+            QCOMPARE(cliLines, shownLines);
         }
         HttpPageSource::SetProxy(QNetworkProxy(QNetworkProxy::NoProxy));
         frmMain::ResetSeams();

@@ -1,0 +1,133 @@
+#include "CliOptions.h"
+
+#include "HostHooks.h"
+#include "HttpPageSource.h"
+#include "Terminal.h"
+#include "modMain.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QUrl>
+
+QTextStream& Err() {
+    static QTextStream stream(stderr);
+    return stream;
+}
+
+QString VersionLine() {
+    return QStringLiteral("marquill-cli ") + QCoreApplication::applicationVersion() + u'\n';
+}
+
+QString ProgramHelp() {
+    return QStringLiteral("Usage: marquill-cli COMMAND [options]\n"
+                          "The keyword search of Marquill without windows, for scripts.\n"
+                          "\n"
+                          "Commands:\n"
+                          "  search    Runs a keyword search and prints the words with their counts.\n"
+                          "  tree      Prints the category tree of a site.\n"
+                          "  refresh   Crawls a site's category pages into the category file.\n"
+                          "\n"
+                          "  marquill-cli COMMAND --help   the options of a command\n"
+                          "  marquill-cli --version        the version\n"
+                          "\n"
+                          "Exit status:\n"
+                          "  0    finished (a search that found nothing included)\n"
+                          "  2    bad arguments, or a node that is not in the tree\n"
+                          "  3    the network does not answer (offline)\n"
+                          "  4    the category file cannot be opened\n"
+                          "  5    a refresh found no category; the former ones are kept\n"
+                          "  7    the --output or --report file cannot be written\n"
+                          "  130  stopped by Ctrl-C; what was found is still written\n");
+}
+
+CommandOptions::CommandOptions(const QString& command, const QString& description) : m_command(command) {
+    m_parser.setApplicationDescription(description);
+    // A help option of our own: Qt's adds --help-all, which would offer Qt's options to a
+    // program that has none.
+    m_parser.addOption({{QStringLiteral("h"), QStringLiteral("help")}, QStringLiteral("Shows this help.")});
+    m_parser.addOption({QStringLiteral("version"), QStringLiteral("Shows the version.")});
+}
+
+void CommandOptions::Add(const QCommandLineOption& option, bool required) {
+    m_parser.addOption(option);
+    m_declared << option.names();
+    if (required)
+        m_required << option.names().constFirst();
+}
+
+void CommandOptions::AddSite() {
+    Add({QStringLiteral("site"),
+         QStringLiteral("The site: %1 or %2 (required).").arg(USSiteLabel, UKSiteLabel),
+         QStringLiteral("SITE")},
+        true);
+}
+
+void CommandOptions::AddData() {
+    Add({QStringLiteral("data"),
+         QStringLiteral("Folder of aeurl.xml and exclude.dat (default: the program's)."),
+         QStringLiteral("DIR")});
+}
+
+void CommandOptions::AddProxy() {
+    Add({QStringLiteral("proxy"), QStringLiteral("HTTP proxy, e.g. http://127.0.0.1:8080."),
+         QStringLiteral("URL")});
+}
+
+QString CommandOptions::HelpText() const {
+    // Qt's usage line names the program only; ours names the command too.
+    QString text = m_parser.helpText();
+    const qsizetype lineEnd = text.indexOf(u'\n');
+    return QStringLiteral("Usage: marquill-cli %1 [options]").arg(m_command) + text.mid(lineEnd);
+}
+
+std::optional<int> CommandOptions::Parse(const QStringList& arguments) {
+    const QString prefix = QStringLiteral("marquill-cli %1: ").arg(m_command);
+    if (!m_parser.parse(arguments)) {
+        Err() << prefix << m_parser.errorText() << "\nSee marquill-cli " << m_command << " --help\n";
+        return ExitBadArguments;
+    }
+    if (m_parser.isSet(QStringLiteral("help"))) {
+        QTextStream(stdout) << HelpText();
+        return ExitOk;
+    }
+    if (m_parser.isSet(QStringLiteral("version"))) {
+        QTextStream(stdout) << VersionLine();
+        return ExitOk;
+    }
+    if (!m_parser.positionalArguments().isEmpty()) {
+        Err() << prefix << "unexpected argument \"" << m_parser.positionalArguments().constFirst()
+              << "\"\nSee marquill-cli " << m_command << " --help\n";
+        return ExitBadArguments;
+    }
+    for (const QString& name : std::as_const(m_required)) {
+        if (!m_parser.isSet(name)) {
+            Err() << prefix << "missing --" << name << "\nSee marquill-cli " << m_command << " --help\n";
+            return ExitBadArguments;
+        }
+    }
+    return std::nullopt;
+}
+
+QString CommandOptions::ApplyCommon() {
+    const QString site = Value(QStringLiteral("site"));
+    if (site != USSiteLabel && site != UKSiteLabel) {
+        Err() << "marquill-cli " << m_command << ": --site must be " << USSiteLabel << " or " << UKSiteLabel
+              << '\n';
+        return QString();
+    }
+    const QString data = IsSet(QStringLiteral("data")) ? Value(QStringLiteral("data"))
+                                                       : QCoreApplication::applicationDirPath();
+    SetProgramFolder(QDir(data).absolutePath());
+    if (IsSet(QStringLiteral("proxy"))) {
+        const QUrl proxy(Value(QStringLiteral("proxy")));
+        if (!proxy.isValid() || proxy.host().isEmpty() || proxy.port() <= 0) {
+            Err() << "marquill-cli " << m_command
+                  << ": --proxy must be a URL such as http://127.0.0.1:8080\n";
+            return QString();
+        }
+        HttpPageSource::SetProxy(
+            QNetworkProxy(QNetworkProxy::HttpProxy, proxy.host(), quint16(proxy.port())));
+    }
+    InstallHostHooks(site);
+    return site;
+}

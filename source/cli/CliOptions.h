@@ -1,0 +1,59 @@
+#pragma once
+
+#include <QCommandLineOption>
+#include <QCommandLineParser>
+#include <QString>
+#include <QStringList>
+#include <QTextStream>
+#include <optional>
+
+// The exit statuses of marquill-cli; the help, the README and the man page list them.
+enum ExitStatus {
+    ExitOk = 0,
+    ExitBadArguments = 2,
+    ExitOffline = 3,
+    ExitCannotOpen = 4,
+    ExitNothingFound = 5,
+    ExitCannotWrite = 7,
+    ExitInterrupted = 130,
+};
+
+// Standard error, for messages, progress and the closing lines of a run.
+QTextStream& Err();
+
+// The options of one subcommand. Every subcommand has --help and --version; the site, data and
+// proxy options are added by the commands that take them.
+class CommandOptions final {
+public:
+    CommandOptions(const QString& command, const QString& description);
+
+    void Add(const QCommandLineOption& option, bool required = false);
+    void AddSite(); // required
+    void AddData();
+    void AddProxy();
+
+    // Parses the command's arguments (the program name first, the command name left out).
+    // Nothing when the command is to run; else the status to end with, after printing the help,
+    // the version or a message that names the command and what is wrong or missing.
+    std::optional<int> Parse(const QStringList& arguments);
+
+    // Whether the command has the option and it was given.
+    bool IsSet(const QString& name) const { return m_declared.contains(name) && m_parser.isSet(name); }
+    QString Value(const QString& name) const { return m_parser.value(name); }
+
+    // Applies --data, --proxy and --site (and the hooks of a host without windows). The site
+    // label, or an empty one after printing why the options are wrong.
+    QString ApplyCommon();
+
+    QString HelpText() const;
+
+private:
+    QString m_command;
+    QCommandLineParser m_parser;
+    QStringList m_required;
+    QStringList m_declared;
+};
+
+// The program's own help: the commands and the exit statuses.
+QString ProgramHelp();
+QString VersionLine();
