@@ -1,13 +1,15 @@
 #!/usr/bin/env bash
 # Installs what Marquill needs to build, test and run, when it is missing, then configures and
 # builds into build/ (or the folder given as MARQUILL_BUILD_DIR). Safe to run again.
-#   MARQUILL_SANITIZE=ON  builds with AddressSanitizer and UndefinedBehaviorSanitizer
-#   MARQUILL_FUZZ=ON      builds only the fuzz targets (and the sample site) with clang (tools/fuzz.sh)
+#   tools/setup.sh [TARGET...]  builds only the targets named; everything when none is
+#   MARQUILL_SANITIZE=ON        builds with AddressSanitizer and UndefinedBehaviorSanitizer
+#   MARQUILL_FUZZ=ON            builds only the fuzz targets (and the sample site) with clang (tools/fuzz.sh)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 packages=(build-essential cmake pkg-config qt6-base-dev qt6-base-dev-tools libqt6opengl6-dev
-          libxml2-dev libpugixml-dev curl xvfb xauth fonts-dejavu-core fonts-dejavu-extra fonts-wine)
+          libxml2-dev libpugixml-dev curl xvfb xauth fonts-dejavu-core fonts-dejavu-extra fonts-wine
+          dpkg-dev lintian desktop-file-utils appstream)
 if [ "${MARQUILL_FUZZ:-OFF}" = ON ]; then packages+=(clang libclang-rt-14-dev); fi
 missing=()
 for p in "${packages[@]}"; do
@@ -31,4 +33,6 @@ if [ "${MARQUILL_FUZZ:-OFF}" = ON ]; then
 fi
 cmake -S . -B "$build_dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
       -DMARQUILL_SANITIZE="${MARQUILL_SANITIZE:-OFF}" -DMARQUILL_WERROR="${MARQUILL_WERROR:-OFF}" >/dev/null
-cmake --build "$build_dir" -j"$(nproc)"
+targets=()
+for target in "$@"; do targets+=(--target "$target"); done
+cmake --build "$build_dir" -j"$(nproc)" "${targets[@]}"

@@ -14,6 +14,7 @@ enum ExitStatus {
     ExitOffline = 3,
     ExitCannotOpen = 4,
     ExitNothingFound = 5,
+    ExitFinishedWithFailures = 6,
     ExitCannotWrite = 7,
     ExitInterrupted = 130,
 };
@@ -44,6 +45,8 @@ public:
     // Applies --data, --proxy and --site (and the hooks of a host without windows). The site
     // label, or an empty one after printing why the options are wrong.
     QString ApplyCommon();
+    // Applies --data alone, for the commands that touch the files and no site.
+    void ApplyDataFolder();
 
     QString HelpText() const;
 
@@ -57,3 +60,9 @@ private:
 // The program's own help: the commands and the exit statuses.
 QString ProgramHelp();
 QString VersionLine();
+
+// The folder of the category file, as --data names it.
+QString CategoryFileFolder();
+// Tells on standard error when the last refresh of the category file never reached its end
+// (killed, or its machine gone), and how to put back the file from before it.
+void WarnOfUnfinishedRefresh();

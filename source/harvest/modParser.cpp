@@ -2,6 +2,7 @@
 
 #include "BrowserPage.h"
 #include "CategoryTree.h"
+#include "DataPaths.h"
 #include "HarvestObserver.h"
 #include "HostHooks.h"
 #include "VbNumeric.h"
@@ -33,7 +34,7 @@ bool stopRequested() {
 } // namespace
 
 void LoadExclusions() {
-    const QString path = ProgramFolder() + QStringLiteral("/exclude.dat");
+    const QString path = ExclusionFilePath();
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
         // A missing list excludes nothing; the host tells the user and the search goes on.

@@ -25,16 +25,15 @@ struct Run {
     QJsonObject json() const { return QJsonDocument::fromJson(out).object(); }
 };
 
-// Waits with the event loop turning, so that a server of this process can answer the tool.
-inline Run runCli(const QStringList& arguments, const QString& localeVariable = {}) {
+// Waits with the event loop turning, so that a server of this process can answer the tool. An
+// empty environment is this process's.
+inline Run runProgram(const QString& program, const QStringList& arguments,
+                      const QProcessEnvironment& environment) {
     QProcess process;
-    if (!localeVariable.isEmpty()) {
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert("LC_ALL", localeVariable);
+    if (!environment.isEmpty())
         process.setProcessEnvironment(environment);
-    }
     QSignalSpy finished(&process, &QProcess::finished);
-    process.start(QStringLiteral(MARQUILL_CLI), arguments);
+    process.start(program, arguments);
     Run run;
     if (!finished.wait(60000))
         return run;
@@ -42,6 +41,20 @@ inline Run runCli(const QStringList& arguments, const QString& localeVariable = 
     run.out = process.readAllStandardOutput();
     run.err = QString::fromUtf8(process.readAllStandardError());
     return run;
+}
+
+inline Run runProgram(const QString& program, const QStringList& arguments,
+                      const QString& localeVariable = {}) {
+    QProcessEnvironment environment;
+    if (!localeVariable.isEmpty()) {
+        environment = QProcessEnvironment::systemEnvironment();
+        environment.insert("LC_ALL", localeVariable);
+    }
+    return runProgram(program, arguments, environment);
+}
+
+inline Run runCli(const QStringList& arguments, const QString& localeVariable = {}) {
+    return runProgram(QStringLiteral(MARQUILL_CLI), arguments, localeVariable);
 }
 
 // Writes a catalogue of one site ("FullPath<TAB>URL" lines) into the category file of the folder.

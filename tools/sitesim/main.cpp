@@ -65,11 +65,13 @@ int Fail(const QString& message) {
 int main(int argc, char* argv[]) {
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("marquill-sitesim"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(MARQUILL_VERSION));
 
     QCommandLineParser parser;
     parser.setApplicationDescription(
         QStringLiteral("The sample site: both auction sites on a loopback port."));
     parser.addHelpOption();
+    parser.addVersionOption();
     const QCommandLineOption portOption(QStringLiteral("port"), QStringLiteral("Port, 0 for a free one."),
                                         QStringLiteral("P"), QStringLiteral("0"));
     const QCommandLineOption seedOption(QStringLiteral("seed"), QStringLiteral("Seed of the titles."),
