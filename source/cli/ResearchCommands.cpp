@@ -333,13 +333,8 @@ struct SiteRun {
 void RunOnSite(SiteRun& run, std::int32_t maxAuctions, bool quiet) {
     InstallHostHooks(run.site);
     // Each site is counted as a search of its own process counts it.
-    HarvestState.ExclusionText.clear();
-    HarvestState.ExclusionIndex.Clear();
-    HarvestState.SeenKeywords.clear();
-    HarvestState.SeenIndex.Clear();
-    HarvestState.KeywordsFound = 0;
+    ClearTallyRecords();
     HarvestState.SelectedPath = run.node->FullPath();
-    HarvestState.AuctionsScanned = 0;
     HarvestState.MaxAuctions = maxAuctions;
     RunHealth health;
     SetHarvestObserver(&health);

@@ -5,13 +5,16 @@
 #include "modMain.h"
 #include "modParser.h"
 
-void RecountTitles(const std::vector<SnapshotTitle>& titles, const QString& exclusionPath) {
+void ClearTallyRecords() {
     HarvestState.ExclusionText.clear();
     HarvestState.ExclusionIndex.Clear();
     HarvestState.SeenKeywords.clear();
-    HarvestState.SeenIndex.Clear();
     HarvestState.KeywordsFound = 0;
     HarvestState.AuctionsScanned = 0;
+}
+
+void RecountTitles(const std::vector<SnapshotTitle>& titles, const QString& exclusionPath) {
+    ClearTallyRecords();
     HarvestState.StopRequested = FlagFalse;
     LoadExclusionsFrom(exclusionPath);
     ResetKeywordTable();

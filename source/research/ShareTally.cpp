@@ -36,9 +36,9 @@ void ShareTally::PieceTallied(qsizetype column) {
         const QString upper = phrase.toUpper();
         qsizetype entry = m_phrases.Find(upper);
         if (entry > 0) {
-            const qint64 count = m_phrases.Count(entry).toLongLong() + 1;
+            const qint64 count = qint64(m_phrases.CountValue(entry)) + 1;
             m_phrases.SetCount(
-                entry, QString::number(std::min<qint64>(count, std::numeric_limits<std::int32_t>::max())));
+                entry, std::int32_t(std::min<qint64>(count, std::numeric_limits<std::int32_t>::max())));
         } else {
             entry = m_phrases.Add(phrase, upper);
         }

@@ -9,7 +9,7 @@ std::vector<qsizetype> EntriesInListOrder(const KeywordGrid& table) {
     std::vector<qsizetype> order;
     order.reserve(size_t(table.LastEntry()));
     for (qsizetype n = 1; n <= table.LastEntry(); ++n) {
-        counts[size_t(n)] = table.Count(n).toLongLong();
+        counts[size_t(n)] = table.CountValue(n);
         order.push_back(n);
     }
     std::stable_sort(order.begin(), order.end(),
