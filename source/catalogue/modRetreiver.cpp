@@ -1,5 +1,6 @@
 #include "modRetreiver.h"
 
+#include "catalogue/ApiCategories.h"
 #include "catalogue/CategoryCatalogue.h"
 #include "catalogue/modXML.h"
 #include "harvest/BrowserPage.h"
@@ -156,7 +157,9 @@ RefreshResult RefreshCategories() {
     }
 
     const QString siteLabel = Hooks().SiteLabel();
-    const QString listingsBaseUrl = ListingsBaseUrl(siteLabel);
+    const bool throughApi = RefreshSource() == CategorySource::Api;
+    const QString listingsBaseUrl =
+        throughApi ? ApiCategoryTreeAddress(siteLabel) : ListingsBaseUrl(siteLabel);
 
     // A crawl that finds nothing (no connection, a page of another layout, a stop before the first
     // find) must not leave the site empty. Such a crawl writes nothing but the removal, so the
@@ -166,7 +169,8 @@ RefreshResult RefreshCategories() {
     former->reset(*CategoryStore.XmlDocument);
     RemoveSiteCategories(siteLabel);
 
-    const CrawlResult crawl = CrawlCategories(listingsBaseUrl);
+    const CrawlResult crawl =
+        throughApi ? CrawlCategoriesThroughApi(siteLabel) : CrawlCategories(listingsBaseUrl);
     result.MainCount = crawl.MainCount;
     result.SubCount = crawl.SubCount;
     result.Outcome = crawl.Stopped ? RefreshOutcome::Stopped : RefreshOutcome::Completed;

@@ -1,5 +1,7 @@
 #include "CatalogueCommands.h"
 
+#include "ApiCategories.h"
+#include "ApiClient.h"
 #include "CategoryCatalogue.h"
 #include "CategoryTree.h"
 #include "CliOptions.h"
@@ -38,10 +40,22 @@ int RunRefreshCommand(const QStringList& arguments) {
     options.AddData();
     options.AddProxy();
     options.Add({QStringLiteral("quiet"), QStringLiteral("No progress line; warnings and errors only.")});
+    options.Add({QStringLiteral("source"),
+                 QStringLiteral("api (the site's Taxonomy API, with the application keys) or pages (the "
+                                "category pages). Default: api when keys are given, else pages."),
+                 QStringLiteral("SOURCE")});
     if (const std::optional<int> status = options.Parse(arguments))
         return *status;
     if (options.ApplyCommon().isEmpty())
         return ExitBadArguments;
+    if (options.IsSet(QStringLiteral("source"))) {
+        const QString source = options.Value(QStringLiteral("source"));
+        if (source != u"api" && source != u"pages") {
+            Err() << "marquill-cli refresh: --source must be api or pages\n";
+            return ExitBadArguments;
+        }
+        SetRefreshSource(source == u"api" ? CategorySource::Api : CategorySource::Pages);
+    }
     const bool quiet = options.IsSet(QStringLiteral("quiet"));
     // The refresh saves into the file that the tree is read from.
     CategoryStore.CategoryFilePath = ProgramFolder() + u'/' + CategoryFileName;
@@ -57,7 +71,7 @@ int RunRefreshCommand(const QStringList& arguments) {
     case RefreshOutcome::CannotOpen:
         return ExitCannotOpen;
     case RefreshOutcome::NothingFound:
-        return ExitNothingFound;
+        return ApiClient::Process().Failures() > 0 ? ExitServiceFailed : ExitNothingFound;
     case RefreshOutcome::Completed:
     case RefreshOutcome::Stopped:
         break;

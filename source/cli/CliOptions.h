@@ -15,6 +15,7 @@ enum ExitStatus {
     ExitCannotOpen = 4,
     ExitNothingFound = 5,
     ExitCannotWrite = 7,
+    ExitServiceFailed = 8,
     ExitInterrupted = 130,
 };
 
