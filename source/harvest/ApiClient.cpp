@@ -106,9 +106,13 @@ bool ApiClient::Pause(qint64 ms) {
     return true;
 }
 
+bool ApiClient::Pace() {
+    return !m_lastRequest.isValid() || Pause(1000 / RequestsPerSecond() - m_lastRequest.elapsed());
+}
+
 ApiClient::Exchange ApiClient::Send(const QNetworkRequest& request, const QByteArray& form) {
     Exchange exchange;
-    if (m_lastRequest.isValid() && !Pause(1000 / RequestsPerSecond() - m_lastRequest.elapsed())) {
+    if (!Pace()) {
         exchange.failure = PageFailure::Aborted;
         return exchange;
     }
@@ -221,6 +225,11 @@ ApiReply ApiClient::Get(const QString& url, const QString& marketplace) {
     bool renewed = false;
     for (;;) {
         ApiReply failure;
+        // Paced before the token is looked at, so that the wait cannot outlast it.
+        if (!Pace()) {
+            failure.failure = PageFailure::Aborted;
+            return failure;
+        }
         if ((m_token.isEmpty() || m_tokenRenewal.hasExpired()) && !RenewToken(failure))
             return failure;
         QNetworkRequest request{QUrl(RequestUrl(url))};

@@ -68,6 +68,8 @@ private:
     Exchange SendWithRetries(const QNetworkRequest& request, const QByteArray& form = QByteArray());
     bool RenewToken(ApiReply& failure);
     ApiReply Failed(const Exchange& exchange, const QString& what);
+    // Waits until the next request keeps to the rate; false when a stop was confirmed meanwhile.
+    bool Pace();
     // Sleeps in the event loop; false when a stop was confirmed meanwhile.
     static bool Pause(qint64 ms);
 

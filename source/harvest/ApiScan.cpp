@@ -49,7 +49,9 @@ QString ApiResultPageUrl(std::int16_t pageNumber, const QString& firstPageUrl) {
 }
 
 void ScanApiPage(const QString& url) {
-    if (stopRequested())
+    // The limit met on the first page's last title still lets the run ask for the second page;
+    // a listing page would end at its first link, before any auction, so this one is not asked for.
+    if (stopRequested() || HarvestState.ScanHalted == FlagTrue)
         return;
     HarvestObserver* observer = CurrentHarvestObserver();
     ScannedPage seen;

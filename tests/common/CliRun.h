@@ -26,13 +26,16 @@ struct Run {
 };
 
 // Waits with the event loop turning, so that a server of this process can answer the tool.
-inline Run runCli(const QStringList& arguments, const QString& localeVariable = {}) {
+// variables: more of the environment, "NAME=VALUE" each.
+inline Run runCli(const QStringList& arguments, const QString& localeVariable = {},
+                  const QStringList& variables = {}) {
     QProcess process;
-    if (!localeVariable.isEmpty()) {
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    if (!localeVariable.isEmpty())
         environment.insert("LC_ALL", localeVariable);
-        process.setProcessEnvironment(environment);
-    }
+    for (const QString& variable : variables)
+        environment.insert(variable.section(u'=', 0, 0), variable.section(u'=', 1));
+    process.setProcessEnvironment(environment);
     QSignalSpy finished(&process, &QProcess::finished);
     process.start(QStringLiteral(MARQUILL_CLI), arguments);
     Run run;
