@@ -1,6 +1,7 @@
 #include "ApiKeys.h"
 #include "ApiScan.h"
 #include "CliRun.h"
+#include "modParser.h"
 
 #include <QElapsedTimer>
 #include <QRegularExpression>
@@ -16,6 +17,7 @@ private Q_SLOTS:
     void sameWordsAsTheListingPages_data();
     void sameWordsAsTheListingPages();
     void tokenLimitsAndRefusals();
+    void stopEndsTheWaitForTheService();
     void keyFileRules_data();
     void keyFileRules();
 
@@ -25,6 +27,7 @@ private:
     // A search of Folk Art (12,500 auctions) through the API of the site.
     Run folkArt(const SiteSim& site, const QString& auctions, const QStringList& more = {});
     QString file(const QString& path);
+    static QString folkArtId(const SiteSim& site);
 
     QTemporaryDir m_dir;
     QStringList m_outputs;
@@ -42,16 +45,20 @@ Run tst_CliApi::api(const SiteSim& site, const QStringList& arguments, const QSt
 }
 
 Run tst_CliApi::folkArt(const SiteSim& site, const QString& auctions, const QStringList& more) {
-    const QString id = QRegularExpression("Folk Art\t.*QQsacatZ(\\d+)")
-                           .match(site.catalogue(USSiteLabel).join('\n'))
-                           .captured(1);
-    writeCatalogue(m_dir.path(), USSiteLabel,
-                   {"Select Category~Art\tx", "Select Category~Art~Folk Art\t" + ApiSearchUrl(id)});
+    writeCatalogue(
+        m_dir.path(), USSiteLabel,
+        {"Select Category~Art\tx", "Select Category~Art~Folk Art\t" + ApiSearchUrl(folkArtId(site))});
     return api(site,
                {"search", "--site", USSiteLabel, "--data", m_dir.path(), "--proxy",
                 site.proxyUrl().toString(), "--node", "Select Category~Art~Folk Art", "--auctions", auctions,
                 "--report", m_dir.filePath("report.json")},
                more);
+}
+
+QString tst_CliApi::folkArtId(const SiteSim& site) {
+    return QRegularExpression("Folk Art\t.*QQsacatZ(\\d+)")
+        .match(site.catalogue(USSiteLabel).join('\n'))
+        .captured(1);
 }
 
 QString tst_CliApi::file(const QString& path) {
@@ -141,6 +148,32 @@ void tst_CliApi::tokenLimitsAndRefusals() {
     QCOMPARE(report["auctions_counted"].toInt(), ApiOffsetCap);
     QVERIFY(report["offset_cap_reached"].toBool());
     QVERIFY(capped.err.contains("offset cap"));
+}
+
+void tst_CliApi::stopEndsTheWaitForTheService() {
+    SiteSim sim({"--fault", "429=offset=200", "--api-retry-after", "60"});
+    const QStringList variables{"MARQUILL_EBAY_API", "MARQUILL_EBAY_RATE", "MARQUILL_EBAY_CLIENT_ID",
+                                "MARQUILL_EBAY_CLIENT_SECRET"};
+    const QStringList values{sim.proxyUrl().toString(), "1000", "sample-id", "sample-secret"};
+    for (int i = 0; i < 4; ++i)
+        qputenv(variables[i].toLatin1(), values[i].toUtf8());
+    SetProgramFolder(m_dir.path());
+    HarvestState = HarvestRecord();
+    HarvestState.MaxAuctions = NoAuctionLimit;
+    Hooks().ExclusionFileUnreadable = [](const QString&) {};
+    // The stop comes while the run waits out the 429 of its second page.
+    int waits = 0;
+    Hooks().WaitForEvents = [&waits, &sim] {
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+        if (sim.requestLog().filter("offset=200").size() == 1 && ++waits > 1)
+            HarvestState.StopRequested = FlagTrue;
+    };
+    RunHarvest(ScopeSubCategory, ApiSearchUrl(folkArtId(sim)), nullptr, nullptr);
+    ResetHooks();
+    for (const QString& variable : variables)
+        qunsetenv(variable.toLatin1());
+    QCOMPARE(HarvestState.AuctionsScanned, 200);
+    QCOMPARE(sim.requestLog().filter("offset=200").size(), 1);
 }
 
 void tst_CliApi::keyFileRules_data() {
