@@ -1,14 +1,23 @@
 #include "modRetreiver.h"
 
 #include "catalogue/ApiCategories.h"
+#include "catalogue/CategoryBackup.h"
 #include "catalogue/CategoryCatalogue.h"
+#include "catalogue/CategoryFileWriter.h"
 #include "catalogue/modXML.h"
 #include "harvest/BrowserPage.h"
 #include "harvest/modMain.h"
 #include "platform/HostHooks.h"
 
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <memory>
 #include <pugixml.hpp>
+#include <unistd.h>
+#include <unordered_set>
 #include <vector>
 
 namespace {
@@ -37,6 +46,54 @@ bool IsSeeAllLink(const QString& innerText) {
     const QString upper = innerText.toUpper();
     return upper.left(7) == QLatin1String("SEE ALL") &&
            TrimBlanks(upper) != QLatin1String("SEE ALL FEATURED ITEMS");
+}
+
+// A load that ended in an error status, a time-out or no answer is a failure the user is told of;
+// a Stop is not, and neither is a link the browser would not follow.
+void NoteFailure(const BrowserPage& page, const QString& url, bool isIndex, CrawlResult& result) {
+    const PageFailure failure = page.Failure();
+    if (failure == PageFailure::HttpError || failure == PageFailure::TimedOut ||
+        failure == PageFailure::Network)
+        result.FailedPages.push_back({url, failure, page.HttpStatus(), isIndex});
+}
+
+bool FileAccessible(const QString& path, int mode) {
+    const QString file = ResolveFileLinks(path);
+    return !QFileInfo::exists(file) || ::access(QFile::encodeName(file).constData(), mode) == 0;
+}
+
+QString FailureName(PageFailure failure) {
+    switch (failure) {
+    case PageFailure::HttpError:
+        return QStringLiteral("http-error");
+    case PageFailure::TimedOut:
+        return QStringLiteral("timed-out");
+    case PageFailure::Network:
+        return QStringLiteral("network");
+    case PageFailure::Refused:
+        return QStringLiteral("refused");
+    case PageFailure::Aborted:
+        return QStringLiteral("aborted");
+    case PageFailure::None:
+        break;
+    }
+    return QStringLiteral("none");
+}
+
+QString OutcomeName(RefreshOutcome outcome) {
+    switch (outcome) {
+    case RefreshOutcome::Completed:
+        return QStringLiteral("completed");
+    case RefreshOutcome::Stopped:
+        return QStringLiteral("stopped");
+    case RefreshOutcome::NothingFound:
+        return QStringLiteral("nothing-found");
+    case RefreshOutcome::CannotOpen:
+        return QStringLiteral("cannot-open");
+    case RefreshOutcome::Limited:
+        return QStringLiteral("limited");
+    }
+    return QString();
 }
 
 } // namespace
@@ -69,12 +126,18 @@ QString SiteRootOfUrl(const QString& url) {
     return url.left(at + marker.size());
 }
 
+CrawlBounds& RefreshBounds() {
+    static CrawlBounds bounds;
+    return bounds;
+}
+
 void ShowRefreshFeedback() {
     Hooks().ShowRefreshFeedback();
 }
 
 CrawlResult CrawlCategories(const QString& listingsBaseUrl) {
     CrawlResult result;
+    const CrawlBounds bounds = RefreshBounds();
     Hooks().SetMainTotalCaption(QStringLiteral("Total found: 0"));
 
     // The index browser keeps its page for the whole crawl: its elements are walked while the
@@ -85,13 +148,25 @@ CrawlResult CrawlCategories(const QString& listingsBaseUrl) {
 
     static const std::vector<HtmlElement*> noElements;
     const HtmlDocument* index = indexBrowser.Document();
+    NoteFailure(indexBrowser, listingsBaseUrl, true, result);
     const std::vector<HtmlElement*>& elements = index ? index->all() : noElements;
-    for (const HtmlElement* element : elements) {
+    // Only a link has a default value other than "[object]", so only links are asked for their
+    // text: the text of every element of a deeply nested page would cost the square of its size.
+    const std::vector<HtmlElement*>& indexLinks = index ? index->links() : noElements;
+    const std::unordered_set<const HtmlElement*> isLink(indexLinks.begin(), indexLinks.end());
+    std::int32_t seeAllLinks = 0;
+    for (const HtmlElement* link : indexLinks)
+        seeAllLinks += IsSeeAllLink(link->innerText()) ? 1 : 0;
+    result.TooManySeeAllLinks = seeAllLinks > bounds.SeeAllLinks;
+
+    for (const HtmlElement* element : result.TooManySeeAllLinks ? noElements : elements) {
         Hooks().Yield();
         if (HarvestState.StopRequested == FlagTrue) {
             result.Stopped = true;
             break;
         }
+        if (!isLink.count(element))
+            continue;
         const QString text = element->innerText();
         if (!IsSeeAllLink(text))
             continue;
@@ -100,13 +175,19 @@ CrawlResult CrawlCategories(const QString& listingsBaseUrl) {
         if (mainUrl == NoLinkValue)
             continue;
 
+        // Each find is counted and shown once it is saved: there is no yield in between, so the
+        // window sees the same, and a save the disk refused is never shown as a find.
+        result.TooManyFinds = result.MainCount + result.SubCount >= bounds.Finds;
+        result.SaveFailed = !result.TooManyFinds && !AddMainCategory(CategoryNameFromLink(text), mainUrl);
+        if (result.TooManyFinds || result.SaveFailed)
+            break;
         ++result.MainCount;
         Hooks().SetMainTotalCaption(QStringLiteral("Total found: ") + QString::number(result.MainCount));
-        AddMainCategory(CategoryNameFromLink(text), mainUrl);
 
         const QString linkPrefix = SiteRootOfUrl(mainUrl);
         LoadPage(categoryBrowser, mainUrl);
         const HtmlDocument* page = categoryBrowser.Document();
+        NoteFailure(categoryBrowser, mainUrl, false, result);
         const std::vector<HtmlElement*>& links = page ? page->links() : noElements;
         for (const HtmlElement* link : links) {
             Hooks().Yield();
@@ -115,20 +196,24 @@ CrawlResult CrawlCategories(const QString& listingsBaseUrl) {
                 break;
             }
             const QString url = link->DefaultValue();
-            const QString name = link->innerText();
-            if (url.left(linkPrefix.size()) != linkPrefix ||
-                name.left(6).toUpper() == QLatin1String("BROWSE"))
+            if (url.left(linkPrefix.size()) != linkPrefix)
                 continue;
             const HtmlElement* parent = link->parentElement();
             if (!parent || parent->tagName() != QLatin1String("B"))
                 continue;
+            const QString name = link->innerText();
+            if (name.left(6).toUpper() == QLatin1String("BROWSE"))
+                continue;
+            result.TooManyFinds = result.MainCount + result.SubCount >= bounds.Finds;
+            result.SaveFailed = !result.TooManyFinds && !AddSubCategory(name, url + SubCategorySuffix);
+            if (result.TooManyFinds || result.SaveFailed)
+                break;
             ++result.SubCount;
             Hooks().SetMainTotalCaption(QStringLiteral("Total Found: ") + QString::number(result.MainCount) +
                                         QStringLiteral(" (") + QString::number(result.SubCount) +
                                         QLatin1Char(')'));
-            AddSubCategory(name, url + SubCategorySuffix);
         }
-        if (result.Stopped)
+        if (result.Stopped || result.TooManyFinds || result.SaveFailed)
             break;
     }
 
@@ -149,14 +234,31 @@ RefreshResult RefreshCategories() {
     if (CategoryStore.CategoryFilePath.isEmpty())
         CategoryStore.CategoryFilePath = ProgramFolder() + QLatin1Char('/') + CategoryFileName;
     const QString path = CategoryStore.CategoryFilePath;
-    if (!OpenCategoryFile(path, CategoryRootName)) {
-        Hooks().MsgBox(QStringLiteral("Cannot open ") + path, 0, QString());
+    // Refused before anything is touched; the feedback stays up, as after any open that failed.
+    auto refuse = [&](const QString& message) {
+        Hooks().MsgBox(message, 0, QString());
         ReleaseCategoryFile();
         result.Outcome = RefreshOutcome::CannotOpen;
+        result.Message = message;
         return result;
+    };
+    if (!FileAccessible(path, R_OK))
+        return refuse(QStringLiteral("Cannot open ") + path);
+    // A file that can be read but not written still serves searches; only a refresh needs more.
+    if (!FileAccessible(path, W_OK))
+        return refuse(QStringLiteral("Cannot refresh the categories: ") + path +
+                      QStringLiteral(" is read-only, and a refresh needs write access to it."));
+    // The file as it stands goes aside before the first save, so that restore can put it back.
+    if (!KeepCategoryBackup(path))
+        return refuse(QStringLiteral("Cannot open ") + path +
+                      QStringLiteral(": no backup of it could be kept as ") + CategoryBackupPath(path));
+    const QString siteLabel = Hooks().SiteLabel();
+    MarkRefreshStarted(path, siteLabel);
+    if (!OpenCategoryFile(path, CategoryRootName)) {
+        ClearRefreshMark(path);
+        return refuse(QStringLiteral("Cannot open ") + path);
     }
 
-    const QString siteLabel = Hooks().SiteLabel();
     const bool throughApi = RefreshSource() == CategorySource::Api;
     const QString listingsBaseUrl =
         throughApi ? ApiCategoryTreeAddress(siteLabel) : ListingsBaseUrl(siteLabel);
@@ -167,23 +269,29 @@ RefreshResult RefreshCategories() {
     // the site's entries in their places among the other site's and the file's comments.
     auto former = std::make_unique<pugi::xml_document>();
     former->reset(*CategoryStore.XmlDocument);
-    RemoveSiteCategories(siteLabel);
-
-    const CrawlResult crawl =
-        throughApi ? CrawlCategoriesThroughApi(siteLabel) : CrawlCategories(listingsBaseUrl);
+    CrawlResult crawl;
+    if (!RemoveSiteCategories(siteLabel))
+        crawl.SaveFailed = true;
+    else if (throughApi)
+        crawl = CrawlCategoriesThroughApi(siteLabel);
+    else
+        crawl = CrawlCategories(listingsBaseUrl);
     result.MainCount = crawl.MainCount;
     result.SubCount = crawl.SubCount;
-    result.Outcome = crawl.Stopped ? RefreshOutcome::Stopped : RefreshOutcome::Completed;
+    result.FailedPages = std::move(crawl.FailedPages);
+    result.SaveFailed = crawl.SaveFailed;
+    result.Outcome = crawl.Stopped                                    ? RefreshOutcome::Stopped
+                     : crawl.TooManyFinds || crawl.TooManySeeAllLinks ? RefreshOutcome::Limited
+                                                                      : RefreshOutcome::Completed;
 
     bool restoreFailed = false;
     if (crawl.MainCount == 0) {
-        result.Outcome = RefreshOutcome::NothingFound;
+        if (result.Outcome != RefreshOutcome::Limited)
+            result.Outcome = RefreshOutcome::NothingFound;
         // After a confirmed stop the stop command has put a document read from the file in the
         // crawl's place; whichever is open, the former one takes its place and is saved, so that
         // the tree below and the disk both show the kept entries.
-        CategoryStore.XmlDocument = std::move(former);
-        CategoryStore.RootElement = CategoryStore.XmlDocument->document_element();
-        CategoryStore.CurrentMainElement = pugi::xml_node();
+        AdoptCategoryDocument(std::move(former));
         restoreFailed = !SaveCategoryFile();
     }
 
@@ -191,11 +299,64 @@ RefreshResult RefreshCategories() {
     ReleaseCategoryFile();
     Hooks().HideFeedback();
     Hooks().SetMousePointer(0);
+    ClearRefreshMark(path);
 
-    if (result.Outcome == RefreshOutcome::NothingFound)
-        Hooks().MsgBox(restoreFailed ? QStringLiteral("Cannot open ") + path
-                                     : QStringLiteral("No categories were found at ") + listingsBaseUrl +
-                                           QStringLiteral("; the former categories are kept."),
-                       0, QString());
+    if (result.SaveFailed || restoreFailed)
+        result.Message = QStringLiteral("Cannot save ") + path +
+                         QStringLiteral("; the refresh has ended. The file from before it is kept as ") +
+                         CategoryBackupPath(path) + QLatin1Char('.');
+    else if (crawl.TooManySeeAllLinks)
+        result.Message = QStringLiteral("The page ") + listingsBaseUrl +
+                         QStringLiteral(" has more than %1 \"See all\" links, more than a refresh takes; the "
+                                        "former categories are kept.")
+                             .arg(RefreshBounds().SeeAllLinks);
+    else if (crawl.TooManyFinds)
+        result.Message =
+            QStringLiteral("The refresh ended after %1 categories, the most one refresh takes; the "
+                           "categories found so far are kept.")
+                .arg(RefreshBounds().Finds);
+    else if (result.Outcome == RefreshOutcome::NothingFound)
+        result.Message = QStringLiteral("No categories were found at ") + listingsBaseUrl +
+                         QStringLiteral("; the former categories are kept.");
+    if (!result.Message.isEmpty())
+        Hooks().MsgBox(result.Message, 0, QString());
     return result;
+}
+
+QString FailedPageText(const FailedPage& page) {
+    QString why;
+    switch (page.Failure) {
+    case PageFailure::HttpError:
+        why = QStringLiteral("HTTP ") + QString::number(page.HttpStatus);
+        break;
+    case PageFailure::TimedOut:
+        why = QStringLiteral("timed out");
+        break;
+    default:
+        why = QStringLiteral("no answer");
+        break;
+    }
+    return page.Url + QStringLiteral(": ") + why +
+           (page.IsIndex ? QStringLiteral("; the category index page did not load")
+                         : QStringLiteral("; its sub-categories were not read, so the main category stands "
+                                          "without them"));
+}
+
+QByteArray RefreshReportJson(const RefreshResult& result, const QString& siteLabel) {
+    QJsonArray failed;
+    for (const FailedPage& page : result.FailedPages)
+        failed.append(QJsonObject{{QStringLiteral("url"), page.Url},
+                                  {QStringLiteral("failure"), FailureName(page.Failure)},
+                                  {QStringLiteral("http_status"), page.HttpStatus},
+                                  {QStringLiteral("page"), page.IsIndex ? QStringLiteral("index")
+                                                                        : QStringLiteral("main-category")}});
+    const QJsonObject report{{QStringLiteral("command"), QStringLiteral("refresh")},
+                             {QStringLiteral("site"), siteLabel},
+                             {QStringLiteral("outcome"), OutcomeName(result.Outcome)},
+                             {QStringLiteral("main_categories"), result.MainCount},
+                             {QStringLiteral("sub_categories"), result.SubCount},
+                             {QStringLiteral("failed_pages"), failed},
+                             {QStringLiteral("save_failed"), result.SaveFailed},
+                             {QStringLiteral("message"), result.Message}};
+    return QJsonDocument(report).toJson();
 }

@@ -1,16 +1,19 @@
 #include "modXML.h"
 
+#include "catalogue/CategoryFileWriter.h"
 #include "platform/HostHooks.h"
 
-#include <QByteArray>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
-#include <cerrno>
-#include <cstdlib>
-#include <fcntl.h>
-#include <sys/stat.h>
+#include <algorithm>
+#include <climits>
+#include <cstring>
+#include <libxml/parser.h>
+#include <libxml/tree.h>
 #include <unistd.h>
+#include <utility>
+#include <vector>
 
 CategoryStoreRecord CategoryStore;
 
@@ -18,11 +21,19 @@ namespace {
 
 std::int32_t saveCount = 0;
 std::int64_t saveNanoseconds = 0;
+std::function<void()> saveObserver;
+bool readOnly = false;
+CategoryFileWriter writer;
 
-// Keeps comments and stray instructions of a hand-edited file, and the white space between
-// elements. The "xml" declaration itself is not kept: every save writes ours.
-constexpr unsigned LoadOptions =
-    pugi::parse_default | pugi::parse_pi | pugi::parse_comments | pugi::parse_ws_pcdata;
+// The bytes of the open document as last saved, so that a find adds its own few bytes to them
+// instead of the whole document being serialised again for each save.
+struct Serialised {
+    QByteArray bytes;
+    const pugi::xml_document* document = nullptr;
+    // The bytes from the root's end tag to the end of the file; -1 while the root is written empty.
+    qsizetype rootTail = -1;
+};
+Serialised serialised;
 
 class ByteWriter final : public pugi::xml_writer {
 public:
@@ -32,67 +43,93 @@ public:
     QByteArray m_bytes;
 };
 
+constexpr unsigned SaveFormat = pugi::format_raw | pugi::format_no_declaration;
+
 QByteArray Utf8(const QString& text) {
     return text.toUtf8();
 }
 
-// Writes every byte, or reports that it could not: a full disk or a file size limit shows up
-// as a short write that must not be taken for success.
-bool WriteAll(int fd, const QByteArray& bytes) {
-    const char* data = bytes.constData();
-    qsizetype left = bytes.size();
-    while (left > 0) {
-        const ssize_t written = ::write(fd, data, size_t(left));
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written <= 0)
-            return false;
-        data += written;
-        left -= written;
-    }
-    return true;
+QByteArray Serialise(const pugi::xml_node& node) {
+    ByteWriter out;
+    node.print(out, "", SaveFormat, pugi::encoding_latin1);
+    return out.m_bytes;
 }
 
-// The whole document goes to a temporary file in the same folder, then is renamed over the old one:
-// the file on disk is always either the former or the new document, whether the process is killed
-// mid-save or the disk fills up. There is no flush to the platter after each find: a refresh saves
-// thousands of times and the flush would be nearly all of its time; a power cut loses at most the
-// finds since the system last wrote its cache, never the file.
-bool WriteDocument(const pugi::xml_document& document, const QString& path) {
-    ByteWriter writer;
-    document.save(writer, "", pugi::format_raw | pugi::format_no_declaration, pugi::encoding_latin1);
-
-    const QByteArray target = QFile::encodeName(path);
-    QByteArray temporary = target + ".XXXXXX";
-    const int fd = ::mkstemp(temporary.data());
-    if (fd < 0)
-        return false;
-    struct stat former {};
-    const mode_t mode = ::stat(target.constData(), &former) == 0 ? (former.st_mode & 07777) : 0644;
-    bool written = ::fchmod(fd, mode) == 0 && WriteAll(fd, writer.m_bytes);
-    written = (::close(fd) == 0) && written;
-    if (!written || ::rename(temporary.constData(), target.constData()) != 0) {
-        ::unlink(temporary.constData());
-        return false;
-    }
-    ++saveCount;
-    return true;
+QByteArray EndTag(const pugi::xml_node& element) {
+    return "</" + QString::fromUtf8(element.name()).toLatin1() + '>';
 }
 
-// Every save is timed, so that a benchmark can tell the crawl's saving from its loading.
-bool SaveDocument(const pugi::xml_document& document, const QString& path) {
+qsizetype RootTailLength(const pugi::xml_document& document, const QByteArray& bytes) {
+    const pugi::xml_node root = document.document_element();
+    if (!root.first_child())
+        return -1;
+    QByteArray tail = EndTag(root);
+    for (pugi::xml_node after = root.next_sibling(); after; after = after.next_sibling())
+        tail += Serialise(after);
+    return bytes.endsWith(tail) ? tail.size() : -1;
+}
+
+void Reserialise(const pugi::xml_document& document) {
+    QByteArray bytes = SerializeCategoryDocument(document);
+    const QByteArray& former = serialised.document == &document ? serialised.bytes : QByteArray();
+    const qsizetype common = std::min(former.size(), bytes.size());
+    const auto differ = std::mismatch(former.cbegin(), former.cbegin() + common, bytes.cbegin()).first;
+    writer.NoteChange(differ - former.cbegin());
+    serialised.rootTail = RootTailLength(document, bytes);
+    serialised.bytes = std::move(bytes);
+    serialised.document = &document;
+}
+
+// node has just become the last child of the root, or of the root's last child.
+void NoteAppended(const pugi::xml_node& node) {
+    const pugi::xml_document& document = *CategoryStore.XmlDocument;
+    const pugi::xml_node root = document.document_element();
+    if (serialised.document == &document && serialised.rootTail >= 0) {
+        qsizetype at = serialised.bytes.size() - serialised.rootTail;
+        bool fits = node.parent() == root;
+        if (!fits && node.parent() == root.last_child()) {
+            const QByteArray endTag = EndTag(node.parent());
+            at -= endTag.size();
+            fits = at >= 0 && QByteArrayView(serialised.bytes).sliced(at, endTag.size()) == endTag;
+        }
+        if (fits) {
+            serialised.bytes.insert(at, Serialise(node));
+            writer.NoteChange(at);
+            return;
+        }
+    }
+    Reserialise(document);
+}
+
+bool WriteSerialised(const QString& path) {
+    if (readOnly)
+        return false;
     QElapsedTimer timer;
     timer.start();
-    const bool saved = WriteDocument(document, path);
+    const bool saved = writer.Write(ResolveFileLinks(path), serialised.bytes);
     saveNanoseconds += timer.nsecsElapsed();
+    if (saved) {
+        ++saveCount;
+        if (saveObserver)
+            saveObserver();
+    }
     return saved;
 }
 
-void Save() {
-    // Nothing reads a result from the changing operations; a refused save leaves the former file
-    // whole, and the next successful save writes everything in memory.
-    if (CategoryStore.XmlDocument)
-        SaveDocument(*CategoryStore.XmlDocument, CategoryStore.CategoryFilePath);
+// The changing operations save to CategoryFilePath; a refused save leaves the former file whole.
+bool Save() {
+    return CategoryStore.XmlDocument && WriteSerialised(CategoryStore.CategoryFilePath);
+}
+
+// A failed save takes its find out again, so that memory never holds more than the disk.
+bool SaveOrUndo(pugi::xml_node added) {
+    if (Save())
+        return true;
+    if (added == CategoryStore.CurrentMainElement)
+        CategoryStore.CurrentMainElement = pugi::xml_node();
+    added.parent().remove_child(added);
+    Reserialise(*CategoryStore.XmlDocument);
+    return false;
 }
 
 // A file that does not load is the user's catalogue all the same: it is renamed aside, under the
@@ -104,12 +141,111 @@ bool KeepAside(const QString& path) {
     return QFile::rename(path, aside);
 }
 
-bool HasSingleRoot(const pugi::xml_document& document) {
-    int elements = 0;
-    for (pugi::xml_node child = document.first_child(); child; child = child.next_sibling())
-        if (child.type() == pugi::node_element)
-            ++elements;
-    return elements == 1;
+QString LibxmlText(const xmlNode* node) {
+    xmlChar* content = xmlNodeGetContent(node);
+    const QString text = QString::fromUtf8(reinterpret_cast<const char*>(content));
+    xmlFree(content);
+    return text;
+}
+
+QByteArray QualifiedName(const xmlNs* ns, const xmlChar* name) {
+    const QByteArray local(reinterpret_cast<const char*>(name));
+    return ns && ns->prefix ? QByteArray(reinterpret_cast<const char*>(ns->prefix)) + ':' + local : local;
+}
+
+bool IsUrlElement(const pugi::xml_node& element) {
+    return std::strcmp(element.name(), "MainURL") == 0 || std::strcmp(element.name(), "SubURL") == 0;
+}
+
+// A file in another encoding may hold characters that the file's own encoding lacks. Saving turns
+// them into "?", which a name may bear but an address may not: a URL keeps them percent-encoded.
+QByteArray InLatin1File(const char* text, const pugi::xml_node& parent) {
+    const QByteArray bytes(text);
+    // UTF-8 writes every character beyond U+00FF with a lead byte of 0xC4 or more.
+    const bool beyond = std::any_of(bytes.cbegin(), bytes.cend(), [](char c) { return uchar(c) >= 0xC4; });
+    return beyond && IsUrlElement(parent) ? Utf8(CategoryFileText(QString::fromUtf8(bytes), true)) : bytes;
+}
+
+void CopyElementHead(const xmlNode* from, pugi::xml_node to) {
+    to.set_name(QualifiedName(from->ns, from->name).constData());
+    for (const xmlNs* ns = from->nsDef; ns; ns = ns->next) {
+        const QByteArray name = ns->prefix ? "xmlns:" + QByteArray(reinterpret_cast<const char*>(ns->prefix))
+                                           : QByteArray("xmlns");
+        to.append_attribute(name.constData()).set_value(reinterpret_cast<const char*>(ns->href));
+    }
+    for (const xmlAttr* attribute = from->properties; attribute; attribute = attribute->next)
+        to.append_attribute(QualifiedName(attribute->ns, attribute->name).constData())
+            .set_value(Utf8(LibxmlText(reinterpret_cast<const xmlNode*>(attribute))).constData());
+}
+
+// libxml2's tree of the file, node for node, into the pugixml document (which keeps CDATA sections
+// and white space as they are, and writes the file). Without recursion: files may nest deeply.
+void CopyTree(const xmlDoc* from, pugi::xml_document& to) {
+    std::vector<std::pair<const xmlNode*, pugi::xml_node>> pending{{from->children, to}};
+    while (!pending.empty()) {
+        auto [node, parent] = pending.back();
+        pending.pop_back();
+        for (; node; node = node->next) {
+            const char* content = reinterpret_cast<const char*>(node->content);
+            switch (node->type) {
+            case XML_ELEMENT_NODE: {
+                pugi::xml_node element = parent.append_child(pugi::node_element);
+                CopyElementHead(node, element);
+                // The element's children go before its next sibling's: the rest of this list waits.
+                pending.emplace_back(node->next, parent);
+                pending.emplace_back(node->children, element);
+                node = nullptr;
+                break;
+            }
+            case XML_TEXT_NODE:
+            case XML_CDATA_SECTION_NODE:
+                parent.append_child(node->type == XML_TEXT_NODE ? pugi::node_pcdata : pugi::node_cdata)
+                    .set_value(InLatin1File(content, parent).constData());
+                break;
+            case XML_COMMENT_NODE:
+                parent.append_child(pugi::node_comment).set_value(content);
+                break;
+            case XML_PI_NODE: {
+                pugi::xml_node instruction = parent.append_child(pugi::node_pi);
+                instruction.set_name(reinterpret_cast<const char*>(node->name));
+                instruction.set_value(content ? content : "");
+                break;
+            }
+            case XML_ENTITY_REF_NODE:
+                parent.append_child(pugi::node_pcdata).set_value(Utf8(LibxmlText(node)).constData());
+                break;
+            default:
+                break;
+            }
+            if (!node)
+                break;
+        }
+    }
+}
+
+// Reads the file as XML requires: by the encoding its declaration names (or its byte order mark),
+// and only when well-formed. Text after the root, an undefined entity, a byte that the declared
+// encoding does not have: the file does not load. Nothing is fetched, nothing reaches standard error.
+bool LoadDocument(const QByteArray& bytes, pugi::xml_document& document) {
+    xmlParserCtxtPtr context = bytes.size() < INT_MAX ? xmlNewParserCtxt() : nullptr;
+    if (!context)
+        return false;
+    xmlDocPtr parsed = xmlCtxtReadMemory(context, bytes.constData(), int(bytes.size()), nullptr, nullptr,
+                                         XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING);
+    const bool loaded = parsed && context->wellFormed && xmlDocGetRootElement(parsed);
+    if (loaded)
+        CopyTree(parsed, document);
+    xmlFreeDoc(parsed);
+    xmlFreeParserCtxt(context);
+    return loaded;
+}
+
+void ForgetDocument() {
+    writer.Drop();
+    serialised = Serialised();
+    readOnly = false;
+    CategoryStore.RootElement = pugi::xml_node();
+    CategoryStore.CurrentMainElement = pugi::xml_node();
 }
 
 void AppendCData(pugi::xml_node parent, const QString& text, bool isUrl) {
@@ -122,11 +258,19 @@ void AppendCData(pugi::xml_node parent, const QString& text, bool isUrl) {
 // SubURL and shift the reader's positions, so the text is changed instead: in a URL the ">" is
 // written percent-encoded, "]]%3E", the same address as a browser sends it; in a name a blank is
 // put between, "]] >". Either way the entry stays one CDATA section and reads back as one entry.
+// A URL's character beyond ISO-8859-1 is percent-encoded as a browser sends it (its UTF-8 bytes),
+// so that the address stays the page's; only a name loses such a character to "?".
 QString CategoryFileText(const QString& text, bool isUrl) {
     QString out;
     out.reserve(text.size());
-    for (const char32_t ch : text.toUcs4())
-        out.append(ch <= 0xFF ? QChar(char16_t(ch)) : QLatin1Char('?'));
+    for (const char32_t ch : text.toUcs4()) {
+        if (ch <= 0xFF)
+            out.append(QChar(char16_t(ch)));
+        else if (isUrl)
+            out.append(QString::fromLatin1(QString::fromUcs4(&ch, 1).toUtf8().toPercentEncoding()));
+        else
+            out.append(QLatin1Char('?'));
+    }
     out.replace(QStringLiteral("]]>"), isUrl ? QStringLiteral("]]%3E") : QStringLiteral("]] >"));
     return out;
 }
@@ -152,65 +296,81 @@ QString CategoryNodeText(const pugi::xml_node& node) {
     return QString::fromUtf8(text);
 }
 
+QByteArray SerializeCategoryDocument(const pugi::xml_document& document) {
+    ByteWriter out;
+    document.save(out, "", SaveFormat, pugi::encoding_latin1);
+    return out.m_bytes;
+}
+
+// Every open rewrites the file, and a failed rewrite fails the open, with two exceptions that keep
+// a user's file out of harm: a file that cannot be read is left alone (and the open fails), and a
+// file that can be read but not written is opened as it is, without the rewrite, since only a
+// refresh needs to change it.
 bool OpenCategoryFile(const QString& path, const QString& rootName) {
+    ForgetDocument();
     CategoryStore.XmlDocument = std::make_unique<pugi::xml_document>();
-    CategoryStore.RootElement = pugi::xml_node();
-    CategoryStore.CurrentMainElement = pugi::xml_node();
     pugi::xml_document& document = *CategoryStore.XmlDocument;
 
-    const QFileInfo info(path);
+    const QString target = ResolveFileLinks(path);
+    RemoveStaleTemporaryFiles(target);
+    const QFileInfo info(target);
     bool loaded = false;
-    if (info.exists() && info.isFile()) {
-        QFile file(path);
-        if (file.open(QIODevice::ReadOnly)) {
-            const QByteArray bytes = file.readAll();
-            const pugi::xml_parse_result result = document.load_buffer(
-                bytes.constData(), size_t(bytes.size()), LoadOptions, pugi::encoding_auto);
-            loaded = result && HasSingleRoot(document);
-        }
-        if (!loaded && !KeepAside(path))
+    if (info.exists()) {
+        // A folder or a device in the file's place is not ours to move.
+        if (!info.isFile())
             return false;
-    } else if (info.exists()) {
-        // A folder or a device in the file's place: it is not ours to move.
-        return false;
+        QFile file(target);
+        if (!file.open(QIODevice::ReadOnly))
+            return false;
+        loaded = LoadDocument(file.readAll(), document);
+        if (::access(QFile::encodeName(target).constData(), W_OK) != 0) {
+            if (!loaded)
+                return false;
+            readOnly = true;
+        } else if (!loaded && !KeepAside(target)) {
+            return false;
+        }
     }
 
-    if (!loaded) {
-        document.reset();
+    // A file that did not load has left nothing in the document: the reader copies only a whole tree.
+    if (!loaded)
         document.append_child(pugi::node_element).set_name(Utf8(rootName).constData());
-    }
     pugi::xml_node declaration = document.prepend_child(pugi::node_pi);
     declaration.set_name("xml");
     declaration.set_value(CategoryFileDeclaration);
     CategoryStore.RootElement = document.document_element();
-
-    return SaveDocument(document, path);
+    if (readOnly)
+        return true;
+    Reserialise(document);
+    return WriteSerialised(path);
 }
 
-void AddMainCategory(const QString& name, const QString& url) {
+bool AddMainCategory(const QString& name, const QString& url) {
     if (!CategoryStore.XmlDocument || !CategoryStore.RootElement)
-        return;
+        return false;
     pugi::xml_node site = CategoryStore.RootElement.append_child(pugi::node_element);
     site.set_name(Utf8(Hooks().SiteLabel()).constData());
     CategoryStore.CurrentMainElement = site;
     AppendCData(site.append_child("MainItem"), name, false);
     AppendCData(site.append_child("MainURL"), url, true);
-    Save();
+    NoteAppended(site);
+    return SaveOrUndo(site);
 }
 
-void AddSubCategory(const QString& name, const QString& url) {
+bool AddSubCategory(const QString& name, const QString& url) {
     // Without a site element of this document there is nothing to hang the entry under.
     if (!CategoryStore.XmlDocument || !CategoryStore.CurrentMainElement)
-        return;
+        return false;
     pugi::xml_node item = CategoryStore.CurrentMainElement.append_child("SubItem");
     AppendCData(item, name, false);
     AppendCData(item.append_child("SubURL"), url, true);
-    Save();
+    NoteAppended(item);
+    return SaveOrUndo(item);
 }
 
-void RemoveSiteCategories(const QString& siteLabel) {
+bool RemoveSiteCategories(const QString& siteLabel) {
     if (!CategoryStore.XmlDocument)
-        return;
+        return false;
     pugi::xml_document& document = *CategoryStore.XmlDocument;
     const QByteArray expression = Utf8(QStringLiteral("//Categories/") + siteLabel);
     auto selectSingleNode = [&]() -> pugi::xml_node {
@@ -221,24 +381,45 @@ void RemoveSiteCategories(const QString& siteLabel) {
             return pugi::xml_node();
         }
     };
+    bool saved = true;
     for (pugi::xml_node node = selectSingleNode(); node; node = selectSingleNode()) {
         if (node == CategoryStore.CurrentMainElement)
             CategoryStore.CurrentMainElement = pugi::xml_node();
         node.parent().remove_child(node);
-        Save();
+        Reserialise(document);
+        saved = Save() && saved;
     }
-    Save();
+    Reserialise(document);
+    return Save() && saved;
 }
 
 void ReleaseCategoryFile() {
-    CategoryStore.CurrentMainElement = pugi::xml_node();
-    CategoryStore.RootElement = pugi::xml_node();
+    ForgetDocument();
     CategoryStore.XmlDocument.reset();
 }
 
+void AdoptCategoryDocument(std::unique_ptr<pugi::xml_document> document) {
+    const bool wasReadOnly = readOnly;
+    ForgetDocument();
+    readOnly = wasReadOnly;
+    CategoryStore.XmlDocument = std::move(document);
+    if (CategoryStore.XmlDocument)
+        CategoryStore.RootElement = CategoryStore.XmlDocument->document_element();
+}
+
 bool SaveCategoryFile() {
-    return CategoryStore.XmlDocument &&
-           SaveDocument(*CategoryStore.XmlDocument, CategoryStore.CategoryFilePath);
+    if (!CategoryStore.XmlDocument)
+        return false;
+    Reserialise(*CategoryStore.XmlDocument);
+    return Save();
+}
+
+bool CategoryFileIsReadOnly() {
+    return CategoryStore.XmlDocument && readOnly;
+}
+
+void SetCategorySaveObserver(std::function<void()> observer) {
+    saveObserver = std::move(observer);
 }
 
 std::int64_t CategoryFileSaveNanoseconds() {

@@ -1,5 +1,7 @@
 #include "CliOptions.h"
 
+#include "CategoryBackup.h"
+#include "CategoryCatalogue.h"
 #include "HostHooks.h"
 #include "HttpPageSource.h"
 #include "Terminal.h"
@@ -26,6 +28,7 @@ QString ProgramHelp() {
                           "  search    Runs a keyword search and prints the words with their counts.\n"
                           "  tree      Prints the category tree of a site.\n"
                           "  refresh   Crawls a site's category pages into the category file.\n"
+                          "  restore   Puts back the category file from before the last refresh.\n"
                           "\n"
                           "  marquill-cli COMMAND --help   the options of a command\n"
                           "  marquill-cli --version        the version\n"
@@ -36,6 +39,8 @@ QString ProgramHelp() {
                           "  3    the network does not answer (offline)\n"
                           "  4    the category file cannot be opened\n"
                           "  5    a refresh found no category; the former ones are kept\n"
+                          "  6    a refresh finished, but pages failed, a bound was reached or a save\n"
+                          "       was refused: its categories may be partial\n"
                           "  7    the --output or --report file cannot be written\n"
                           "  8    the site's API refused or failed (its message is printed)\n"
                           "  130  stopped by Ctrl-C; what was found is still written\n"
@@ -115,6 +120,25 @@ std::optional<int> CommandOptions::Parse(const QStringList& arguments) {
     return std::nullopt;
 }
 
+void CommandOptions::ApplyDataFolder() {
+    const QString data = IsSet(QStringLiteral("data")) ? Value(QStringLiteral("data"))
+                                                       : QCoreApplication::applicationDirPath();
+    SetProgramFolder(QDir(data).absolutePath());
+}
+
+QString CategoryFilePath() {
+    return ProgramFolder() + u'/' + CategoryFileName;
+}
+
+void WarnOfUnfinishedRefresh() {
+    if (LastRefreshUnfinished(CategoryFilePath()))
+        Err() << "The last refresh of " << QDir::toNativeSeparators(CategoryFilePath())
+              << " did not finish; its categories may be partial. To put back the file from before it: "
+                 "marquill-cli restore --data "
+              << QDir::toNativeSeparators(ProgramFolder()) << '\n'
+              << Qt::flush;
+}
+
 QString CommandOptions::ApplyCommon() {
     const QString site = Value(QStringLiteral("site"));
     if (site != USSiteLabel && site != UKSiteLabel) {
@@ -122,9 +146,7 @@ QString CommandOptions::ApplyCommon() {
               << '\n';
         return QString();
     }
-    const QString data = IsSet(QStringLiteral("data")) ? Value(QStringLiteral("data"))
-                                                       : QCoreApplication::applicationDirPath();
-    SetProgramFolder(QDir(data).absolutePath());
+    ApplyDataFolder();
     if (IsSet(QStringLiteral("proxy"))) {
         const QUrl proxy(Value(QStringLiteral("proxy")));
         if (!proxy.isValid() || proxy.host().isEmpty() || proxy.port() <= 0) {

@@ -14,6 +14,7 @@ enum ExitStatus {
     ExitOffline = 3,
     ExitCannotOpen = 4,
     ExitNothingFound = 5,
+    ExitFinishedWithFailures = 6,
     ExitCannotWrite = 7,
     ExitServiceFailed = 8,
     ExitInterrupted = 130,
@@ -45,6 +46,8 @@ public:
     // Applies --data, --proxy and --site (and the hooks of a host without windows). The site
     // label, or an empty one after printing why the options are wrong.
     QString ApplyCommon();
+    // Applies --data alone, for the commands that touch the files and no site.
+    void ApplyDataFolder();
 
     QString HelpText() const;
 
@@ -58,3 +61,9 @@ private:
 // The program's own help: the commands and the exit statuses.
 QString ProgramHelp();
 QString VersionLine();
+
+// The category file that the commands read and a refresh writes.
+QString CategoryFilePath();
+// Tells on standard error when the last refresh of the category file never reached its end
+// (killed, or its machine gone), and how to put back the file from before it.
+void WarnOfUnfinishedRefresh();

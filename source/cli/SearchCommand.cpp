@@ -134,6 +134,7 @@ int RunSearchCommand(const QStringList& arguments) {
     if (!output.Open() || (report && !report->Open()))
         return ExitCannotWrite;
 
+    WarnOfUnfinishedRefresh();
     LoadCategories();
     const std::shared_ptr<const CategoryTree> tree = CurrentCategoryTree();
     if (!tree || !tree->Root())

@@ -17,6 +17,7 @@ constexpr Command Commands[] = {
     {u"search", RunSearchCommand},
     {u"tree", RunTreeCommand},
     {u"refresh", RunRefreshCommand},
+    {u"restore", RunRestoreCommand},
 };
 
 } // namespace

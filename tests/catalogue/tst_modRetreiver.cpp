@@ -1,3 +1,5 @@
+#include "CatalogueTree.h"
+#include "CategoryFileBytes.h"
 #include "SiteSim.h"
 #include "catalogue/CategoryCatalogue.h"
 #include "catalogue/modRetreiver.h"
@@ -28,30 +30,6 @@ QString StoredPage(const char* name) {
     return QStringLiteral(MARQUILL_TEST_PAGES "/") + QLatin1String(name);
 }
 
-// Each node as its FullPath, a tab and its key, in tree order: the form the sample site prints.
-QStringList Listing(const std::shared_ptr<CategoryTree>& tree) {
-    QStringList lines;
-    if (tree)
-        for (const CategoryNode* node : tree->NodesInOrder())
-            lines << node->FullPath() + QLatin1Char('\t') + node->Key();
-    return lines;
-}
-
-QByteArray ReadAll(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-QByteArray Site(const QByteArray& tag, const QByteArray& name, const QByteArray& url,
-                const QByteArray& subs = {}) {
-    return "<" + tag + "><MainItem><![CDATA[" + name + "]]></MainItem><MainURL><![CDATA[" + url +
-           "]]></MainURL>" + subs + "</" + tag + ">";
-}
-
-QByteArray Sub(const QByteArray& name, const QByteArray& url) {
-    return "<SubItem><![CDATA[" + name + "]]><SubURL><![CDATA[" + url + "]]></SubURL></SubItem>";
-}
-
 // Both sites interleaved, with white space and a comment between, as a hand-kept file may be.
 QByteArray MixedFile() {
     return R"(<?xml version="1.0" encoding= "ISO-8859-1"?><Categories>)"
@@ -68,7 +46,7 @@ QByteArray MixedFile() {
 QStringList SiteEntries(const QString& path) {
     QStringList entries;
     pugi::xml_document document;
-    const QByteArray bytes = ReadAll(path);
+    const QByteArray bytes = ReadBytes(path);
     if (!document.load_buffer(bytes.constData(), size_t(bytes.size())))
         return entries;
     for (pugi::xml_node site = document.document_element().first_child(); site; site = site.next_sibling())
@@ -97,11 +75,11 @@ private Q_SLOTS:
     void nothingFoundPutsTheFormerEntriesBack();
     void stopDuringTheIndexWalkKeepsWhatWasFound();
     void stopDuringACategoryWalkKeepsWhatWasFound();
+    void findsBoundEndsTheCrawlKeepingTheFinds();
     void unopenableFileCrawlsNothing();
     void fullRefreshOfBothSitesGivesTheSampleSitesCatalogue();
 
 private:
-    void WriteFile(const QByteArray& bytes);
     void AddStoredPages();
     // The stop command as the window runs it inside a yield, confirmed.
     void StopCommand();
@@ -144,6 +122,7 @@ void tst_modRetreiver::init() {
     m_stopWhen = nullptr;
     m_stops = 0;
     m_savesAtStop = -1;
+    RefreshBounds() = CrawlBounds();
 
     Hooks().SiteLabel = [this] { return m_site; };
     Hooks().SetMainTotalCaption = [this](const QString& caption) { m_captions << caption; };
@@ -175,13 +154,8 @@ void tst_modRetreiver::cleanup() {
     QDir(m_dir.path()).removeRecursively();
     QDir().mkpath(m_dir.path());
     SetProgramFolder(QString());
+    SetCategorySaveObserver(nullptr);
     ResetHooks();
-}
-
-void tst_modRetreiver::WriteFile(const QByteArray& bytes) {
-    QFile file(m_path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    QCOMPARE(file.write(bytes), bytes.size());
 }
 
 void tst_modRetreiver::AddStoredPages() {
@@ -295,21 +269,29 @@ void tst_modRetreiver::storedPagesGiveOnlyTheEntriesThatPass() {
             "Select Category~Dolls~Porcelain\thttp://listings.ebay.com/Dolls-Porcelain_W0QQsacatZ202") +
             sfx,
         QStringLiteral("Select Category~Gift\t") + GiftsUrl,
-        QStringLiteral("Select Category~Gift~Cards\thttp://listings.ebay.com/Gifts-Cards_W0QQsacatZ401") +
+        // The link's escape reaches the file as the page wrote it; the name loses the euro sign.
+        QStringLiteral(
+            "Select Category~Gift~Cards ?\thttp://listings.ebay.com/Gifts-Cards-%E2%82%AC_W0QQsacatZ401") +
             sfx,
         QStringLiteral("Select Category~Oddments\thttp://listings.ebay.com/Odd_W0QQsacatZ500"),
     };
-    QCOMPARE(Listing(CurrentCategoryTree()), expected);
+    QCOMPARE(TreeLines(CurrentCategoryTree()), expected);
     QVERIFY(!CategoryStore.XmlDocument);
     // A refresh that runs to its end leaves the auction choice alone.
     QCOMPARE(m_maxAuctionsIndex, 3);
 
     // The tree is read back from the file, so the file holds the same.
     LoadCategories();
-    QCOMPARE(Listing(CurrentCategoryTree()), expected);
+    QCOMPARE(TreeLines(CurrentCategoryTree()), expected);
 
-    // The index page once, each main category's page once (the fourth has no stored page).
+    // The index page once, each main category's page once; the fourth has no stored page, which
+    // is a failure, not a page without sub-categories.
     QCOMPARE(m_files->StartCount(), 5);
+    QCOMPARE(result.FailedPages.size(), size_t(1));
+    QVERIFY(result.FailedPages[0].Url == QStringLiteral("http://listings.ebay.com/Odd_W0QQsacatZ500") &&
+            !result.FailedPages[0].IsIndex);
+    const QByteArray report = RefreshReportJson(result, m_site);
+    QVERIFY(report.contains(R"("failure": "network")") && report.contains(R"("page": "main-category")"));
     QVERIFY(m_messages.isEmpty());
     QCOMPARE(m_stopCaption, QStringLiteral("Stop Refresh"));
     QVERIFY(!m_feedbackVisible);
@@ -330,7 +312,7 @@ void tst_modRetreiver::captionsFollowEachFind() {
 }
 
 void tst_modRetreiver::otherSitesEntriesStayInFront() {
-    WriteFile(MixedFile());
+    WriteBytes(m_path, MixedFile());
     AddStoredPages();
     RefreshCategories();
     const QStringList expected{
@@ -339,6 +321,7 @@ void tst_modRetreiver::otherSitesEntriesStayInFront() {
         QStringLiteral("ebay.com:Gift"),       QStringLiteral("ebay.com:Oddments"),
     };
     QCOMPARE(SiteEntries(m_path), expected);
+    QCOMPARE(ReadBytes(m_path + QStringLiteral(".bak")), MixedFile());
 
     // A refresh of the other site leaves these entries where they are.
     m_site = UKSiteLabel;
@@ -355,19 +338,24 @@ void tst_modRetreiver::otherSitesEntriesStayInFront() {
 void tst_modRetreiver::nothingFoundPutsTheFormerEntriesBack_data() {
     QTest::addColumn<QString>("indexPage");
     QTest::addColumn<bool>("stopAtFirstYield");
-    QTest::newRow("no connection") << QString() << false;
-    QTest::newRow("another layout") << StoredPage("base.htm") << false;
-    QTest::newRow("stop before the first find") << StoredPage("refresh_index.htm") << true;
+    QTest::addColumn<int>("seeAllBound");
+    QTest::newRow("no connection") << QString() << false << 0;
+    QTest::newRow("another layout") << StoredPage("base.htm") << false << 0;
+    QTest::newRow("stop before the first find") << StoredPage("refresh_index.htm") << true << 0;
+    QTest::newRow("more See-all links than a refresh takes") << StoredPage("refresh_index.htm") << false << 3;
 }
 
 void tst_modRetreiver::nothingFoundPutsTheFormerEntriesBack() {
     QFETCH(QString, indexPage);
     QFETCH(bool, stopAtFirstYield);
-    WriteFile(MixedFile());
+    QFETCH(int, seeAllBound);
+    if (seeAllBound > 0)
+        RefreshBounds().SeeAllLinks = seeAllBound;
+    WriteBytes(m_path, MixedFile());
     // The file as every open writes it; the refresh must leave exactly this.
     QVERIFY(OpenCategoryFile(m_path, CategoryRootName));
     ReleaseCategoryFile();
-    const QByteArray before = ReadAll(m_path);
+    const QByteArray before = ReadBytes(m_path);
     QVERIFY(before.contains("<!-- kept by hand -->"));
 
     if (!indexPage.isEmpty()) {
@@ -379,12 +367,16 @@ void tst_modRetreiver::nothingFoundPutsTheFormerEntriesBack() {
 
     const RefreshResult result = RefreshCategories();
 
-    QCOMPARE(result.Outcome, RefreshOutcome::NothingFound);
+    QCOMPARE(result.Outcome, seeAllBound ? RefreshOutcome::Limited : RefreshOutcome::NothingFound);
     QCOMPARE(result.MainCount, 0);
-    QCOMPARE(ReadAll(m_path), before);
-    QCOMPARE(m_messages,
-             QStringList(QStringLiteral("No categories were found at http://listings.ebay.com/; the former "
-                                        "categories are kept.|0|")));
+    QCOMPARE(result.FailedPages.size(), size_t(indexPage.isEmpty() ? 1 : 0));
+    QCOMPARE(ReadBytes(m_path), before);
+    QCOMPARE(
+        m_messages,
+        QStringList((seeAllBound ? QStringLiteral("The page http://listings.ebay.com/ has more than 3 "
+                                                  "\"See all\" links, more than a refresh takes")
+                                 : QStringLiteral("No categories were found at http://listings.ebay.com/")) +
+                    QStringLiteral("; the former categories are kept.|0|")));
     const QStringList expected{
         QStringLiteral("Select Category\tRoot"),
         QStringLiteral("Select Category~Old Coins\thttp://listings.ebay.com/Coins"),
@@ -392,7 +384,7 @@ void tst_modRetreiver::nothingFoundPutsTheFormerEntriesBack() {
         QStringLiteral("Select Category~Old Coins~Medals\thttp://listings.ebay.com/Medals"),
         QStringLiteral("Select Category~Old Stamps\thttp://listings.ebay.com/Stamps"),
     };
-    QCOMPARE(Listing(CurrentCategoryTree()), expected);
+    QCOMPARE(TreeLines(CurrentCategoryTree()), expected);
     QVERIFY(!CategoryStore.XmlDocument);
     QVERIFY(!m_feedbackVisible);
 }
@@ -419,13 +411,13 @@ void tst_modRetreiver::stopDuringTheIndexWalkKeepsWhatWasFound() {
         QStringLiteral("Select Category\tRoot"),
         QStringLiteral("Select Category~Toys\t") + ToysUrl,
     };
-    QCOMPARE(Listing(CurrentCategoryTree()), expected);
+    QCOMPARE(TreeLines(CurrentCategoryTree()), expected);
     QCOMPARE(SiteEntries(m_path), QStringList(QStringLiteral("ebay.com:Toys")));
     QVERIFY(!CategoryStore.XmlDocument);
 }
 
 void tst_modRetreiver::stopDuringACategoryWalkKeepsWhatWasFound() {
-    WriteFile(MixedFile());
+    WriteBytes(m_path, MixedFile());
     AddStoredPages();
     m_stopWhen = [this] { return m_captions.last() == QStringLiteral("Total Found: 1 (1)"); };
 
@@ -443,7 +435,7 @@ void tst_modRetreiver::stopDuringACategoryWalkKeepsWhatWasFound() {
         QStringLiteral("Select Category~Toys~Cars\thttp://listings.ebay.com/"
                        "Toys-Cars_W0QQsacatZ101QQsorecordsperpageZ50"),
     };
-    QCOMPARE(Listing(CurrentCategoryTree()), expected);
+    QCOMPARE(TreeLines(CurrentCategoryTree()), expected);
     const QStringList entries{
         QStringLiteral("ebay.co.uk:Antiques"),
         QStringLiteral("ebay.co.uk:Books"),
@@ -452,6 +444,19 @@ void tst_modRetreiver::stopDuringACategoryWalkKeepsWhatWasFound() {
     QCOMPARE(SiteEntries(m_path), entries);
     // The main category's page was loaded, and no other after the stop.
     QCOMPARE(m_files->StartCount(), 2);
+}
+
+void tst_modRetreiver::findsBoundEndsTheCrawlKeepingTheFinds() {
+    AddStoredPages();
+    RefreshBounds().Finds = 3;
+    const RefreshResult result = RefreshCategories();
+    QCOMPARE(result.Outcome, RefreshOutcome::Limited);
+    QCOMPARE(result.MainCount + result.SubCount, 3);
+    QCOMPARE(m_messages.last(),
+             QStringLiteral("The refresh ended after 3 categories, the most one refresh takes; the "
+                            "categories found so far are kept.|0|"));
+    LoadCategories();
+    QCOMPARE(TreeLines(CurrentCategoryTree()).size(), 1 + 3);
 }
 
 void tst_modRetreiver::unopenableFileCrawlsNothing() {
@@ -473,35 +478,52 @@ void tst_modRetreiver::fullRefreshOfBothSitesGivesTheSampleSitesCatalogue() {
     SetDefaultPageSource(nullptr);
     HttpPageSource::SetProxy(
         QNetworkProxy(QNetworkProxy::HttpProxy, QStringLiteral("127.0.0.1"), site.port()));
-    WriteFile(MixedFile());
+    WriteBytes(m_path, MixedFile());
+    // Every save writes only what changed, yet leaves the bytes a whole serialisation would give.
+    // The file each save replaces stays, under a temporary name, for the next save to write into.
+    int saves = 0;
+    int differing = 0;
+    int kept = 0;
+    SetCategorySaveObserver([&] {
+        ++saves;
+        differing += ReadBytes(m_path) != SerializeCategoryDocument(*CategoryStore.XmlDocument);
+        kept += QDir(m_dir.path()).entryList({QStringLiteral("aeurl.xml.tmp-*")}, QDir::Files).size();
+    });
 
     m_site = UKSiteLabel;
     const QStringList ukCatalogue = site.catalogue(UKSiteLabel);
     QVERIFY(ukCatalogue.size() > 20);
     RefreshResult result = RefreshCategories();
     QCOMPARE(result.Outcome, RefreshOutcome::Completed);
-    QCOMPARE(Listing(CurrentCategoryTree()), ukCatalogue);
+    QCOMPARE(TreeLines(CurrentCategoryTree()), ukCatalogue);
 
     m_site = USSiteLabel;
     const QStringList usCatalogue = site.catalogue(USSiteLabel);
     QVERIFY(usCatalogue.size() > 20);
     result = RefreshCategories();
     QCOMPARE(result.Outcome, RefreshOutcome::Completed);
-    QCOMPARE(Listing(CurrentCategoryTree()), usCatalogue);
+    QCOMPARE(TreeLines(CurrentCategoryTree()), usCatalogue);
     QCOMPARE(result.SubCount, std::int32_t(usCatalogue.size()) - 1 - result.MainCount);
     QCOMPARE(m_captions.last(),
              QStringLiteral("Total Found: %1 (%2)").arg(result.MainCount).arg(result.SubCount));
 
+    // A second refresh removes the former entries one by one before it adds the new ones.
+    result = RefreshCategories();
+    QCOMPARE(TreeLines(CurrentCategoryTree()), usCatalogue);
+    QVERIFY(saves > 3 * (usCatalogue.size() - 1));
+    QCOMPARE(differing, 0);
+    QVERIFY(kept > saves / 2);
+
     // Both sites' entries are in the file: the UK site reads back as it was refreshed.
     m_site = UKSiteLabel;
     LoadCategories();
-    QCOMPARE(Listing(CurrentCategoryTree()), ukCatalogue);
+    QCOMPARE(TreeLines(CurrentCategoryTree()), ukCatalogue);
     QVERIFY(m_messages.isEmpty());
 
     // Each site's index page was read once, for the whole crawl.
     const QStringList log = site.requestLog();
     QCOMPARE(log.count(QStringLiteral("http://listings.ebay.co.uk/")), 1);
-    QCOMPARE(log.count(UsIndex), 1);
+    QCOMPARE(log.count(UsIndex), 2);
 }
 
 QTEST_GUILESS_MAIN(tst_modRetreiver)

@@ -1,3 +1,7 @@
+#include "CatalogueTree.h"
+#include "CategoryFileBytes.h"
+#include "CliRun.h"
+#include "catalogue/CategoryBackup.h"
 #include "catalogue/modXML.h"
 #include "harvest/modMain.h"
 #include "platform/HostHooks.h"
@@ -6,26 +10,10 @@
 #include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
-#include <csignal>
-#include <sys/resource.h>
 #include <unistd.h>
+#include <utime.h>
 
 namespace {
-
-QByteArray ReadBytes(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-void WriteBytes(const QString& path, const QByteArray& bytes) {
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    QCOMPARE(file.write(bytes), bytes.size());
-}
-
-QByteArray Golden(const char* name) {
-    return ReadBytes(QStringLiteral(MARQUILL_TEST_DATA "/catalogue/") + QLatin1String(name));
-}
 
 const QByteArray Declaration = QByteArrayLiteral(R"(<?xml version="1.0" encoding= "ISO-8859-1"?>)");
 
@@ -50,10 +38,7 @@ private Q_SLOTS:
     void reopeningChangesNoEntryAndRestoresDeclaration();
     void addedEntriesFollowTheFileLayout();
     void removingOneSiteKeepsTheOtherAndSavesAfterEach();
-    void malformedFileIsKeptAsideNeverOverwritingACopy();
-    void folderInTheFilesPlaceIsNotOpened();
-    void failedSaveLeavesTheFormerFile();
-    void charactersBeyondLatin1BecomeQuestionMarks();
+    void categoryFileCorners();
     void cdataTerminatorStaysOneSection_data();
     void cdataTerminatorStaysOneSection();
 
@@ -169,84 +154,120 @@ void tst_modXML::removingOneSiteKeepsTheOtherAndSavesAfterEach() {
     QCOMPARE(SiteTags().size(), 2);
 }
 
-void tst_modXML::malformedFileIsKeptAsideNeverOverwritingACopy() {
-    const QByteArray first = Golden("malformed.xml");
-    QVERIFY(!first.isEmpty());
-    WriteBytes(m_path, first);
-    QVERIFY(OpenCategoryFile(m_path, QStringLiteral("Categories")));
-    QCOMPARE(ReadBytes(m_path), Golden("empty.ref"));
-    QCOMPARE(ReadBytes(m_path + QStringLiteral(".unreadable")), first);
-
-    // Two root elements do not make a category file either.
-    const QByteArray second = QByteArrayLiteral("<Categories/><Categories/>");
-    WriteBytes(m_path, second);
-    QVERIFY(OpenCategoryFile(m_path, QStringLiteral("Categories")));
-    QCOMPARE(ReadBytes(m_path + QStringLiteral(".unreadable")), first);
-    QCOMPARE(ReadBytes(m_path + QStringLiteral(".unreadable.1")), second);
-    QCOMPARE(ReadBytes(m_path), Golden("empty.ref"));
-
-    // A well-formed file is never moved aside.
-    QVERIFY(OpenCategoryFile(m_path, QStringLiteral("Categories")));
-    QVERIFY(!QFile::exists(m_path + QStringLiteral(".unreadable.2")));
-}
-
-void tst_modXML::folderInTheFilesPlaceIsNotOpened() {
-    QVERIFY(QDir().mkpath(m_path + QStringLiteral("/inside")));
-    QVERIFY(!OpenCategoryFile(m_path, QStringLiteral("Categories")));
-    QVERIFY(QFileInfo(m_path + QStringLiteral("/inside")).isDir());
-    QVERIFY(!QFile::exists(m_path + QStringLiteral(".unreadable")));
-    QVERIFY(!OpenCategoryFile(m_dir.filePath(QStringLiteral("no/such/folder/aeurl.xml")),
-                              QStringLiteral("Categories")));
-}
-
-void tst_modXML::failedSaveLeavesTheFormerFile() {
-    QVERIFY(OpenCategoryFile(m_path, QStringLiteral("Categories")));
-    AddMainCategory(QStringLiteral("Coins"), QStringLiteral("http://c/"));
-    const QByteArray saved = ReadBytes(m_path);
-    const auto saves = CategoryFileSaveCount();
-
-    // A full disk: the process may write no more than a few bytes to any file.
-    struct rlimit former {};
-    QCOMPARE(getrlimit(RLIMIT_FSIZE, &former), 0);
-    const auto formerHandler = std::signal(SIGXFSZ, SIG_IGN);
-    struct rlimit tight = former;
-    tight.rlim_cur = 64;
-    QCOMPARE(setrlimit(RLIMIT_FSIZE, &tight), 0);
-    AddSubCategory(QStringLiteral("Bullion"), QStringLiteral("http://c/bQQsorecordsperpageZ50"));
-    const bool reopened = OpenCategoryFile(m_path, QStringLiteral("Categories"));
-    setrlimit(RLIMIT_FSIZE, &former);
-    std::signal(SIGXFSZ, formerHandler);
-
-    QVERIFY(!reopened);
-    QCOMPARE(CategoryFileSaveCount(), saves);
-    QCOMPARE(ReadBytes(m_path), saved);
-    QCOMPARE(QDir(m_dir.path()).entryList(QDir::Files | QDir::Hidden),
-             QStringList{QStringLiteral("aeurl.xml")});
-
-    // A folder that refuses writing, where the permission bits bind (not for the superuser).
-    if (geteuid() != 0) {
-        ReleaseCategoryFile();
+void tst_modXML::categoryFileCorners() {
+    const QString unreadable = m_path + QStringLiteral(".unreadable");
+    // Files in other encodings are read by their declaration: what Latin-1 holds stays, a URL keeps
+    // the rest percent-encoded. Malformed forms are kept aside and replaced, as a missing file.
+    const QByteArray entry =
+        "<ebay.com><MainItem>Caf\xc3\xa9</MainItem><MainURL>http://x/\xe2\x82\xac</MainURL></ebay.com>";
+    const QByteArray deep = QByteArray("<d>").repeated(300) + QByteArray("</d>").repeated(300);
+    const QString utf16 =
+        QStringLiteral("\ufeff<Categories>") + QString::fromUtf8(entry) + QStringLiteral("</Categories>");
+    const QList<std::pair<QByteArray, bool>> forms{
+        {R"(<?xml version="1.0" encoding="UTF-8"?><Categories>)" + entry + "</Categories>", true},
+        {R"(<?xml version="1.0" encoding="windows-1252"?><Categories><ebay.com><MainItem>Caf&#233;</MainItem>)"
+         "<MainURL>http://x/\x80</MainURL></ebay.com></Categories>",
+         true},
+        {QByteArray(reinterpret_cast<const char*>(utf16.utf16()), utf16.size() * 2), true},
+        {"<Categories>" + entry + "</Categories>trailing text", false},
+        {"<Categories>" + entry + "&foo;</Categories>", false},
+        {"<Categories><ebay.com><MainItem>Caf\xe9</MainItem></ebay.com></Categories>", false},
+        {R"(<?xml version="1.0" encoding="no-such-encoding"?><Categories/>)", false},
+        {"<Categories/><Categories/>", false},
+        {"<Categories>" + deep + "</Categories>", false},
+        {Golden("malformed.xml"), false},
+    };
+    for (const auto& [bytes, loads] : forms) {
+        WriteBytes(m_path, bytes);
         QVERIFY(OpenCategoryFile(m_path, QStringLiteral("Categories")));
-        QVERIFY(QFile::setPermissions(m_dir.path(), QFile::ReadOwner | QFile::ExeOwner));
-        AddMainCategory(QStringLiteral("Stamps"), QStringLiteral("http://s/"));
-        const bool reopenedReadOnly = OpenCategoryFile(m_path, QStringLiteral("Categories"));
-        QFile::setPermissions(m_dir.path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        QVERIFY(!reopenedReadOnly);
-        QCOMPARE(ReadBytes(m_path), saved);
+        const pugi::xml_node site = CategoryStore.RootElement.child("ebay.com");
+        QCOMPARE(CategoryNodeText(site.child("MainItem")), loads ? QStringLiteral("Caf\u00e9") : QString());
+        QCOMPARE(CategoryNodeText(site.child("MainURL")),
+                 loads ? QStringLiteral("http://x/%E2%82%AC") : QString());
+        QCOMPARE(ReadBytes(unreadable), loads ? QByteArray() : bytes);
+        QVERIFY(ReadBytes(m_path).startsWith(Declaration));
+        QFile::remove(unreadable);
     }
-}
 
-void tst_modXML::charactersBeyondLatin1BecomeQuestionMarks() {
+    // A link's escapes reach the file as written; a name loses what Latin-1 cannot hold.
     QVERIFY(OpenCategoryFile(m_path, QStringLiteral("Categories")));
-    AddMainCategory(QStringLiteral("Caf\u00e9 \u2603 \U0001F600"), QStringLiteral("http://x/\u0142"));
-    QVERIFY(ReadBytes(m_path).contains("<![CDATA[Caf\xe9 ? ?]]>"));
-    QVERIFY(ReadBytes(m_path).contains("<![CDATA[http://x/?]]>"));
+    QVERIFY(AddMainCategory(QStringLiteral("\u20ac Caf\u00e9"),
+                            QStringLiteral("http://x/%E2%82%AC/\u20ac\u00e9?q=%20")));
+    QVERIFY(ReadBytes(m_path).contains("<![CDATA[? Caf\xe9]]><"));
+    QVERIFY(ReadBytes(m_path).contains("<![CDATA[http://x/%E2%82%AC/%E2%82%AC\xe9?q=%20]]>"));
 
+    // A symbolic link stays one and is written through, also when its target is not there yet;
+    // temporary files of ours older than a minute go at the next open, and nothing else does.
+    QVERIFY(QDir(m_dir.path()).mkdir(QStringLiteral("real")));
+    const QString real = m_dir.filePath(QStringLiteral("real/aeurl.xml"));
+    QFile::remove(m_path);
+    QVERIFY(QFile::link(QStringLiteral("real/aeurl.xml"), m_path));
+    const QStringList aside{real + QStringLiteral(".tmp-Ab12Cd"), real + QStringLiteral(".tmp-Fresh1"),
+                            real + QStringLiteral(".backup")};
+    for (const QString& file : aside)
+        WriteBytes(file, "x");
+    const struct utimbuf old { time(nullptr) - 120, time(nullptr) - 120 };
+    for (const int stale : {0, 2})
+        QVERIFY(utime(QFile::encodeName(aside[stale]).constData(), &old) == 0);
+    QVERIFY(OpenCategoryFile(m_path, QStringLiteral("Categories")) &&
+            AddMainCategory(QStringLiteral("Linked"), QStringLiteral("http://l/")) &&
+            AddMainCategory(QStringLiteral("Twice"), QStringLiteral("http://t/")));
     ReleaseCategoryFile();
-    QVERIFY(OpenCategoryFile(m_path, QStringLiteral("Categories")));
-    const pugi::xml_node site = CategoryStore.RootElement.child("ebay.com");
-    QCOMPARE(CategoryNodeText(site.child("MainItem")), QStringLiteral("Caf\u00e9 ? ?"));
-    QCOMPARE(CategoryNodeText(site.child("MainURL")), QStringLiteral("http://x/?"));
+    QVERIFY(QFileInfo(m_path).isSymLink());
+    QVERIFY(ReadBytes(real).contains("Twice"));
+    QCOMPARE(QDir(m_dir.filePath(QStringLiteral("real"))).entryList(QDir::Files),
+             (QStringList{QStringLiteral("aeurl.xml"), QStringLiteral("aeurl.xml.backup"),
+                          QStringLiteral("aeurl.xml.tmp-Fresh1")}));
+
+    // The backup before a refresh, kept over a refresh that did not finish, and put back.
+    const QByteArray former = ReadBytes(m_path);
+    QString error;
+    QVERIFY(KeepCategoryBackup(m_path) && MarkRefreshStarted(m_path, USSiteLabel));
+    QCOMPARE(CategoryBackupPath(m_path), real + QStringLiteral(".bak"));
+    WriteBytes(real, "partial");
+    QVERIFY(KeepCategoryBackup(m_path) && LastRefreshUnfinished(m_path));
+    QVERIFY(RestoreCategoryFile(m_path, error));
+    QVERIFY(ReadBytes(m_path) == former && QFileInfo(m_path).isSymLink() && !LastRefreshUnfinished(m_path));
+    QFile::remove(real + QStringLiteral(".bak"));
+    QVERIFY(!RestoreCategoryFile(m_path, error) && error.startsWith(QStringLiteral("No backup to restore")));
+
+    // What the user may not read or write, tried by the command-line tool as an ordinary user
+    // (permission bits do not bind the superuser): a file that cannot be read is left alone; a
+    // read-only one is listed as it is and only a refresh refuses; a writable file in a folder that
+    // takes no new file fails the open's rewrite.
+    QFile::remove(m_path);
+    const bool root = geteuid() == 0;
+    const QStringList nobody{QStringLiteral("--reuid=65534"), QStringLiteral("--regid=65534"),
+                             QStringLiteral("--clear-groups")};
+    if (root && runProgram(QStringLiteral("setpriv"), nobody + QStringList{QStringLiteral("true")}).exitCode != 0)
+        QSKIP("running as root without setpriv's right to become another user: permission bits cannot be "
+              "tested");
+    const QString program = root ? QStringLiteral("setpriv") : QStringLiteral(MARQUILL_CLI);
+    const QStringList cli = root ? nobody + QStringList{QStringLiteral(MARQUILL_CLI)} : QStringList();
+    const QStringList data{QStringLiteral("--site"), USSiteLabel, QStringLiteral("--data"), m_dir.path()};
+    const QFile::Permissions rwx = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner;
+    const QList<std::tuple<QFile::Permissions, QFile::Permissions, int>> modes{
+        {{}, rwx, 4},
+        {QFile::ReadOwner, rwx, 0},
+        {QFile::ReadOwner | QFile::WriteOwner, rwx & ~QFile::WriteOwner, 4}};
+    for (const auto& [fileMode, folderMode, treeExit] : modes) {
+        WriteBytes(m_path, forms[0].first);
+        QVERIFY(!root || (chown(QFile::encodeName(m_path).constData(), 65534, 65534) == 0 &&
+                          chown(QFile::encodeName(m_dir.path()).constData(), 65534, 65534) == 0));
+        QVERIFY(QFile::setPermissions(m_path, fileMode) && QFile::setPermissions(m_dir.path(), folderMode));
+        const Run tree = runProgram(program, cli + QStringList{QStringLiteral("tree")} + data);
+        const Run refresh = runProgram(program, cli + QStringList{QStringLiteral("refresh")} + data);
+        QFile::setPermissions(m_dir.path(), rwx);
+        QFile::setPermissions(m_path, QFile::ReadOwner | QFile::WriteOwner);
+        QCOMPARE(tree.exitCode, treeExit);
+        QVERIFY(treeExit ? tree.err.contains(QStringLiteral("Cannot open ") + m_path)
+                         : tree.lines().join(u'\n').contains(QStringLiteral("Caf\u00e9")));
+        QCOMPARE(refresh.exitCode, 4);
+        QVERIFY(refresh.err.contains(m_path) &&
+                (treeExit || refresh.err.contains(QStringLiteral("write access"))));
+        QCOMPARE(ReadBytes(m_path), forms[0].first);
+        QVERIFY(!QFile::exists(unreadable) && !QFile::exists(m_path + QStringLiteral(".bak")));
+    }
 }
 
 void tst_modXML::cdataTerminatorStaysOneSection_data() {

@@ -14,7 +14,6 @@ private Q_SLOTS:
     void exitStatuses();
     void exitStatusesOfRuns();
     void refreshFillsTheFileFromTheSite();
-    void killedRefreshLeavesAPrefixOfTheFinds();
 
 private:
     CliFixture m_run;
@@ -152,25 +151,6 @@ void tst_Cli::refreshFillsTheFileFromTheSite() {
     QCOMPARE(none.exitCode, 5);
     QVERIFY(none.err.contains("the former categories are kept"));
     QCOMPARE(runCli(QStringList{"tree", "--site", USSiteLabel} + args).lines(), m_run.catalogue);
-}
-
-void tst_Cli::killedRefreshLeavesAPrefixOfTheFinds() {
-    SiteSim& slow = *m_slow;
-    const qsizetype before = slow.requestLog().size();
-    QTemporaryDir data;
-    QProcess process;
-    process.start(QStringLiteral(MARQUILL_CLI), {"refresh", "--site", USSiteLabel, "--data", data.path(),
-                                                 "--proxy", slow.proxyUrl().toString()});
-    // The index and four main categories asked for: the first three are in the file.
-    QTRY_VERIFY_WITH_TIMEOUT(slow.requestLog().size() >= before + 5, 60000);
-    process.kill();
-    QVERIFY(process.waitForFinished(10000));
-    const Run tree = runCli({"tree", "--site", USSiteLabel, "--data", data.path()});
-    QCOMPARE(tree.exitCode, 0);
-    const QStringList found = tree.lines();
-    QVERIFY(found.size() > 3);
-    QCOMPARE(found, m_run.catalogue.mid(0, found.size()));
-    QVERIFY(!QFile::exists(data.filePath("aeurl.xml.unreadable")));
 }
 
 QTEST_GUILESS_MAIN(tst_Cli)

@@ -3,7 +3,6 @@
 #include "CategoryTree.h"
 
 #include <QStringList>
-
 #include <memory>
 
 // A category tree built in code from the sample site's catalogue lines ("FullPath<TAB>Key").

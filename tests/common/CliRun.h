@@ -27,8 +27,8 @@ struct Run {
 
 // Waits with the event loop turning, so that a server of this process can answer the tool.
 // variables: more of the environment, "NAME=VALUE" each.
-inline Run runCli(const QStringList& arguments, const QString& localeVariable = {},
-                  const QStringList& variables = {}) {
+inline Run runProgram(const QString& program, const QStringList& arguments,
+                      const QString& localeVariable = {}, const QStringList& variables = {}) {
     QProcess process;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     if (!localeVariable.isEmpty())
@@ -37,7 +37,7 @@ inline Run runCli(const QStringList& arguments, const QString& localeVariable = 
         environment.insert(variable.section(u'=', 0, 0), variable.section(u'=', 1));
     process.setProcessEnvironment(environment);
     QSignalSpy finished(&process, &QProcess::finished);
-    process.start(QStringLiteral(MARQUILL_CLI), arguments);
+    process.start(program, arguments);
     Run run;
     if (!finished.wait(60000))
         return run;
@@ -45,6 +45,11 @@ inline Run runCli(const QStringList& arguments, const QString& localeVariable = 
     run.out = process.readAllStandardOutput();
     run.err = QString::fromUtf8(process.readAllStandardError());
     return run;
+}
+
+inline Run runCli(const QStringList& arguments, const QString& localeVariable = {},
+                  const QStringList& variables = {}) {
+    return runProgram(QStringLiteral(MARQUILL_CLI), arguments, localeVariable, variables);
 }
 
 // Writes a catalogue of one site ("FullPath<TAB>URL" lines) into the category file of the folder.
