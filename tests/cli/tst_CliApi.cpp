@@ -56,9 +56,11 @@ Run tst_CliApi::folkArt(const SiteSim& site, const QString& auctions, const QStr
 }
 
 QString tst_CliApi::folkArtId(const SiteSim& site) {
-    return QRegularExpression("Folk Art\t.*QQsacatZ(\\d+)")
-        .match(site.catalogue(USSiteLabel).join('\n'))
-        .captured(1);
+    // The catalogue is the same for every instance; it is read once.
+    static const QString id = QRegularExpression("Folk Art\t.*QQsacatZ(\\d+)")
+                                  .match(site.catalogue(USSiteLabel).join('\n'))
+                                  .captured(1);
+    return id;
 }
 
 QString tst_CliApi::file(const QString& path) {
