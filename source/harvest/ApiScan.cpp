@@ -28,9 +28,13 @@ int limitOf(const QUrl& url) {
 } // namespace
 
 bool IsApiSearchUrl(const QString& url) {
-    if (!url.contains(SearchPath))
-        return false;
-    return QUrl(url).path().endsWith(SearchPath);
+    // Only the service's own host, or the one the user named: the token goes with every request.
+    const auto under = [&url](const QString& base) {
+        return url.startsWith(base + SearchPath, Qt::CaseInsensitive) &&
+               (url.size() == base.size() + SearchPath.size() ||
+                url.at(base.size() + SearchPath.size()) == u'?');
+    };
+    return under(ApiClient::CanonicalBase) || under(ApiClient::ServiceBase());
 }
 
 QString ApiSearchUrl(const QString& categoryId) {
@@ -41,7 +45,8 @@ QString ApiSearchUrl(const QString& categoryId) {
 QString ApiResultPageUrl(std::int16_t pageNumber, const QString& firstPageUrl) {
     QUrl url(firstPageUrl);
     QUrlQuery query(url);
-    const qint64 offset = qint64(pageNumber - 1) * limitOf(url);
+    const qint64 offset = QUrlQuery(url).queryItemValue(QStringLiteral("offset")).toLongLong() +
+                          qint64(pageNumber - 1) * limitOf(url);
     query.removeAllQueryItems(QStringLiteral("offset"));
     query.addQueryItem(QStringLiteral("offset"), QString::number(offset));
     url.setQuery(query);
@@ -76,7 +81,8 @@ void ScanApiPage(const QString& url) {
         std::max<qint64>(1, reply.json.value(QStringLiteral("limit")).toInteger(limitOf(QUrl(url))));
     if (HarvestState.PageCount == 0) {
         const qint64 readable = std::min<qint64>(total, ApiOffsetCap);
-        HarvestState.PageCount = std::int16_t(std::min<qint64>((readable + limit - 1) / limit, INT16_MAX));
+        const qint64 pages = std::max<qint64>(0, (readable - offset + limit - 1) / limit);
+        HarvestState.PageCount = std::int16_t(std::min<qint64>(pages, INT16_MAX));
     }
     seen.walked = true;
     seen.walkedToEnd = true;

@@ -12,11 +12,12 @@
 constexpr int ApiOffsetCap = 10000;
 constexpr int ApiPageSize = 200;
 
-// Whether the URL is a Browse API search address, on the canonical host or on MARQUILL_EBAY_API's.
+// Whether the URL is a Browse API search address on the canonical host or on MARQUILL_EBAY_API's;
+// the same path elsewhere is an ordinary page.
 bool IsApiSearchUrl(const QString& url);
 // The search address of a category's auctions, on the canonical host, 200 a page.
 QString ApiSearchUrl(const QString& categoryId);
-// Page n (from 1) of a search: the first page's address with offset (n - 1) times its limit.
+// Page n (from 1) of a search: the first page's offset plus (n - 1) times its limit.
 QString ApiResultPageUrl(std::int16_t pageNumber, const QString& firstPageUrl);
 // One page of a search, as ScanListingPage reads one listing page. On the first page it sets
 // PageCount from the service's total, within the offset cap. A failure of the service is told to

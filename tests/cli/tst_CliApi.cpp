@@ -18,6 +18,7 @@ private Q_SLOTS:
     void sameWordsAsTheListingPages();
     void tokenLimitsAndRefusals();
     void stopEndsTheWaitForTheService();
+    void onlyTheServiceIsAskedWithTheToken();
     void keyFileRules_data();
     void keyFileRules();
 
@@ -176,6 +177,12 @@ void tst_CliApi::stopEndsTheWaitForTheService() {
         qunsetenv(variable.toLatin1());
     QCOMPARE(HarvestState.AuctionsScanned, 200);
     QCOMPARE(sim.requestLog().filter("offset=200").size(), 1);
+}
+
+void tst_CliApi::onlyTheServiceIsAskedWithTheToken() {
+    QVERIFY(IsApiSearchUrl(ApiSearchUrl("7")));
+    QVERIFY(!IsApiSearchUrl("http://elsewhere.example/buy/browse/v1/item_summary/search?category_ids=7"));
+    QVERIFY(!IsApiSearchUrl(ApiSearchUrl("7").replace("search?", "searches?")));
 }
 
 void tst_CliApi::keyFileRules_data() {
