@@ -1,12 +1,14 @@
 #!/usr/bin/env bash
 # Installs what Marquill needs to build, test and run, when it is missing, then configures and
 # builds into build/ (or the folder given as MARQUILL_BUILD_DIR). Safe to run again.
-#   MARQUILL_SANITIZE=ON  builds with AddressSanitizer and UndefinedBehaviorSanitizer
+#   tools/setup.sh [TARGET...]  builds only the targets named; everything when none is
+#   MARQUILL_SANITIZE=ON        builds with AddressSanitizer and UndefinedBehaviorSanitizer
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 packages=(build-essential cmake pkg-config qt6-base-dev qt6-base-dev-tools libqt6opengl6-dev
-          libxml2-dev libpugixml-dev curl xvfb xauth fonts-dejavu-core fonts-dejavu-extra fonts-wine)
+          libxml2-dev libpugixml-dev curl xvfb xauth fonts-dejavu-core fonts-dejavu-extra fonts-wine
+          dpkg-dev lintian desktop-file-utils appstream python3-html5lib)
 missing=()
 for p in "${packages[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
@@ -23,4 +25,6 @@ fi
 build_dir="${MARQUILL_BUILD_DIR:-build}"
 cmake -S . -B "$build_dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
       -DMARQUILL_SANITIZE="${MARQUILL_SANITIZE:-OFF}" -DMARQUILL_WERROR="${MARQUILL_WERROR:-OFF}" >/dev/null
-cmake --build "$build_dir" -j"$(nproc)"
+targets=()
+for target in "$@"; do targets+=(--target "$target"); done
+cmake --build "$build_dir" -j"$(nproc)" "${targets[@]}"

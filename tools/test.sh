@@ -9,5 +9,9 @@ if [ "${1:-}" = "--asan" ]; then
     export ASAN_OPTIONS="detect_leaks=0:abort_on_error=1" UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
 fi
 tools/setup.sh
-cd "${MARQUILL_BUILD_DIR:-build}"
-QT_QPA_PLATFORM=offscreen ctest --output-on-failure -j"$(nproc)"
+build="${MARQUILL_BUILD_DIR:-build}"
+(cd "$build" && QT_QPA_PLATFORM=offscreen ctest --output-on-failure -j"$(nproc)")
+# The Debian package of the normal build, outside ctest because cpack and lintian are slow.
+if [ "${1:-}" != "--asan" ]; then
+    tests/install/check_install.sh --deb "$build"
+fi

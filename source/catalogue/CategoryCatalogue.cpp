@@ -1,6 +1,7 @@
 #include "CategoryCatalogue.h"
 
 #include "catalogue/modXML.h"
+#include "platform/DataPaths.h"
 #include "platform/HostHooks.h"
 
 #include <QByteArray>
@@ -89,7 +90,7 @@ void ResetCategoryTree() {
 }
 
 void LoadCategories() {
-    const QString path = ProgramFolder() + QLatin1Char('/') + CategoryFileName;
+    const QString path = CategoryFilePath();
     CategoryStore.CategoryFilePath = path;
     if (!OpenCategoryFile(path, CategoryRootName)) {
         ShowOpenFailure(path);

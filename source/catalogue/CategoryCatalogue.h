@@ -41,7 +41,7 @@ std::shared_ptr<CategoryTree> CurrentCategoryTree();
 // Drops the tree (tests, and a host that starts over); the next fill makes a new one.
 void ResetCategoryTree();
 
-// Opens ProgramFolder() + "/aeurl.xml", fills the tree and sets cboMaxAuctions to "2,000".
+// Opens the category file (CategoryFilePath()), fills the tree and sets cboMaxAuctions to "2,000".
 // On failure: the message "Cannot open " + path, the document released, the tree not touched.
 void LoadCategories();
 

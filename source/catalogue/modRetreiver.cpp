@@ -7,6 +7,7 @@
 #include "catalogue/modXML.h"
 #include "harvest/BrowserPage.h"
 #include "harvest/modMain.h"
+#include "platform/DataPaths.h"
 #include "platform/HostHooks.h"
 
 #include <QFile>
@@ -27,8 +28,12 @@ const QString NoLinkValue = QStringLiteral("[object]");
 
 void LoadPage(BrowserPage& page, const QString& url) {
     page.Navigate(url);
-    while (page.ReadyState() != 4)
+    while (page.ReadyState() != 4) {
         Hooks().WaitForEvents();
+        // A stopped refresh walks no more of any page, so the rest of this one is not waited for.
+        if (HarvestState.StopRequested == FlagTrue)
+            page.Stop();
+    }
 }
 
 // Trims blanks only, as the See-all test names them.
@@ -229,10 +234,10 @@ RefreshResult RefreshCategories() {
     HarvestState.StopRequested = FlagFalse;
     ShowRefreshFeedback();
 
-    // The window's load has set the path; a host that never loaded the tree gets the file beside
-    // the program, as the load would.
+    // The window's load has set the path; a host that never loaded the tree gets the user's
+    // category file, as the load would.
     if (CategoryStore.CategoryFilePath.isEmpty())
-        CategoryStore.CategoryFilePath = ProgramFolder() + QLatin1Char('/') + CategoryFileName;
+        CategoryStore.CategoryFilePath = CategoryFilePath();
     const QString path = CategoryStore.CategoryFilePath;
     // Refused before anything is touched; the feedback stays up, as after any open that failed.
     auto refuse = [&](const QString& message) {

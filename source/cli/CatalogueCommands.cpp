@@ -6,6 +6,7 @@
 #include "CategoryCatalogue.h"
 #include "CategoryTree.h"
 #include "CliOptions.h"
+#include "DataPaths.h"
 #include "HostHooks.h"
 #include "OutputFile.h"
 #include "Terminal.h"
@@ -87,7 +88,7 @@ int RunRefreshCommand(const QStringList& arguments) {
     if (result.Outcome == RefreshOutcome::Stopped || result.SaveFailed)
         Err() << "The categories of " << site
               << " are partial. To put back the file from before this refresh: "
-              << "marquill-cli restore --data " << QDir::toNativeSeparators(ProgramFolder()) << '\n';
+              << "marquill-cli restore --data " << CategoryFileFolder() << '\n';
     Err() << Qt::flush;
     if (report && !report->Write(RefreshReportJson(result, site)))
         return ExitCannotWrite;

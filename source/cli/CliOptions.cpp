@@ -2,6 +2,7 @@
 
 #include "CategoryBackup.h"
 #include "CategoryCatalogue.h"
+#include "DataPaths.h"
 #include "HostHooks.h"
 #include "HttpPageSource.h"
 #include "Terminal.h"
@@ -9,6 +10,7 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QFileInfo>
 #include <QUrl>
 
 QTextStream& Err() {
@@ -76,7 +78,8 @@ void CommandOptions::AddSite() {
 
 void CommandOptions::AddData() {
     Add({QStringLiteral("data"),
-         QStringLiteral("Folder of aeurl.xml and exclude.dat (default: the program's)."),
+         QStringLiteral("Folder of aeurl.xml and exclude.dat (default: MARQUILL_DATA, a portable "
+                        "folder, else the user's data folder)."),
          QStringLiteral("DIR")});
 }
 
@@ -121,13 +124,12 @@ std::optional<int> CommandOptions::Parse(const QStringList& arguments) {
 }
 
 void CommandOptions::ApplyDataFolder() {
-    const QString data = IsSet(QStringLiteral("data")) ? Value(QStringLiteral("data"))
-                                                       : QCoreApplication::applicationDirPath();
-    SetProgramFolder(QDir(data).absolutePath());
+    if (IsSet(QStringLiteral("data")))
+        SetDataFolder(Value(QStringLiteral("data")));
 }
 
-QString CategoryFilePath() {
-    return ProgramFolder() + u'/' + CategoryFileName;
+QString CategoryFileFolder() {
+    return QDir::toNativeSeparators(QFileInfo(CategoryFilePath()).absolutePath());
 }
 
 void WarnOfUnfinishedRefresh() {
@@ -135,7 +137,7 @@ void WarnOfUnfinishedRefresh() {
         Err() << "The last refresh of " << QDir::toNativeSeparators(CategoryFilePath())
               << " did not finish; its categories may be partial. To put back the file from before it: "
                  "marquill-cli restore --data "
-              << QDir::toNativeSeparators(ProgramFolder()) << '\n'
+              << CategoryFileFolder() << '\n'
               << Qt::flush;
 }
 

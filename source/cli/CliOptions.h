@@ -62,8 +62,8 @@ private:
 QString ProgramHelp();
 QString VersionLine();
 
-// The category file that the commands read and a refresh writes.
-QString CategoryFilePath();
+// The folder of the category file, as --data names it.
+QString CategoryFileFolder();
 // Tells on standard error when the last refresh of the category file never reached its end
 // (killed, or its machine gone), and how to put back the file from before it.
 void WarnOfUnfinishedRefresh();

@@ -3,6 +3,7 @@
 #include "ApiScan.h"
 #include "BrowserPage.h"
 #include "CategoryTree.h"
+#include "DataPaths.h"
 #include "HarvestObserver.h"
 #include "HostHooks.h"
 #include "VbNumeric.h"
@@ -34,7 +35,7 @@ bool stopRequested() {
 } // namespace
 
 void LoadExclusions() {
-    const QString path = ProgramFolder() + QStringLiteral("/exclude.dat");
+    const QString path = ExclusionFilePath();
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
         // A missing list excludes nothing; the host tells the user and the search goes on.
@@ -204,12 +205,12 @@ void ScanListingPage(const QString& url) {
             seen.walkedToEnd = false;
             break;
         }
-        const QString target = anchor->DefaultValue();
-        const QString inner = anchor->innerHTML();
-        if (target.startsWith(prefix, Qt::CaseSensitive) && !inner.startsWith(u"<IMG", Qt::CaseSensitive)) {
+        // Only the starts of the target and the markup decide, so only an auction's title is
+        // written out whole.
+        if (anchor->DefaultValueStartsWith(prefix) && !anchor->InnerHtmlStartsWith(u"<IMG")) {
             ++HarvestState.AuctionsScanned;
             ++seen.auctionLinks;
-            TallyTitle(inner);
+            TallyTitle(anchor->innerHTML());
         }
         if (stopRequested()) {
             HarvestState.ScanHalted = FlagTrue;

@@ -30,11 +30,6 @@ HostHooks makeDefaults() {
     return h;
 }
 
-QString& programFolderOverride() {
-    static QString folder;
-    return folder;
-}
-
 } // namespace
 
 HostHooks& Hooks() {
@@ -44,15 +39,4 @@ HostHooks& Hooks() {
 
 void ResetHooks() {
     Hooks() = makeDefaults();
-}
-
-QString ProgramFolder() {
-    const QString& folder = programFolderOverride();
-    if (!folder.isEmpty())
-        return folder;
-    return QCoreApplication::applicationDirPath();
-}
-
-void SetProgramFolder(const QString& folder) {
-    programFolderOverride() = folder;
 }

@@ -1,5 +1,8 @@
 #pragma once
 
+// Hosts and tests that set the hooks also point the program at its files.
+#include "DataPaths.h"
+
 #include <QString>
 #include <functional>
 
@@ -40,8 +43,3 @@ struct HostHooks {
 // wait, the US site, a message box that answers No/OK and prints to standard error, and no-ops.
 HostHooks& Hooks();
 void ResetHooks();
-
-// The folder of the program's executable, where the files beside the program lie.
-// Tests and the command-line tool's --data point it elsewhere.
-QString ProgramFolder();
-void SetProgramFolder(const QString& folder);

@@ -5,6 +5,7 @@
 #include "platform/FormFont.h"
 #include "platform/HostHooks.h"
 #include "platform/MessageBox.h"
+#include "platform/ProgramIcon.h"
 #include "platform/ScreenPointer.h"
 #include "platform/VbNumeric.h"
 #include "platform/WindowPlacement.h"
@@ -17,9 +18,11 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QHeaderView>
+#include <QIcon>
 #include <QLocale>
 #include <QPrinter>
 #include <QScopeGuard>
+#include <QStandardPaths>
 #include <QStringEncoder>
 #include <QStyle>
 #include <algorithm>
@@ -40,6 +43,7 @@ bool DeleteFileNotForced(const QString& path) {
 frmSummary::frmSummary(QWidget* owner)
     : QDialog(owner), m_ui(std::make_unique<Ui::frmSummary>()), m_today([] { return QDate::currentDate(); }) {
     m_ui->setupUi(this);
+    setWindowIcon(ProgramIcon());
     setWindowFlags(Qt::Tool | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
     setFixedSize(size());
     setModal(true);
@@ -201,8 +205,15 @@ QString frmSummary::AskResultsFile(const QString& initDir) {
                                                                   DefaultResultsFileName(m_today())});
 }
 
+QString frmSummary::ResultsFirstFolder() {
+    // The first folder was the root of the system drive, writable where the program came from; on
+    // Linux the user's own writable place is the Documents folder, or home when there is none.
+    const QString documents = QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation);
+    return !documents.isEmpty() && QFileInfo(documents).isDir() ? documents : QDir::homePath();
+}
+
 void frmSummary::cmdFile_Click() {
-    const QString path = AskResultsFile(QDir::rootPath());
+    const QString path = AskResultsFile(ResultsFirstFolder());
     if (path.isEmpty())
         return;
     m_ui->txtFileName->setText(path);

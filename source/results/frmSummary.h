@@ -33,6 +33,8 @@ public:
     // What a label shows for a caption: "&&" as "&", and a lone "&" marks a shortcut and is not shown.
     static QString ShownCaption(const QString& caption);
     static QString DefaultResultsFileName(const QDate& date);
+    // The first folder of the browse entry's dialog: Documents, else home.
+    static QString ResultsFirstFolder();
     // The last page the print dialog offers: the rows over 40, rounded half to even.
     static int PrintMaxPage(int rows);
     static constexpr int RowsPerPrintPage = 40;

@@ -1,10 +1,12 @@
 #include "frmHelp.h"
 
+#include "platform/DataPaths.h"
 #include "platform/FormFont.h"
-#include "platform/HostHooks.h"
+#include "platform/ProgramIcon.h"
 #include "platform/WindowPlacement.h"
 #include "ui_frmHelp.h"
 
+#include <QIcon>
 #include <QUrl>
 
 frmHelp::frmHelp(QWidget* owner) : QDialog(owner), m_ui(std::make_unique<Ui::frmHelp>()) {
@@ -12,8 +14,7 @@ frmHelp::frmHelp(QWidget* owner) : QDialog(owner), m_ui(std::make_unique<Ui::frm
     setWindowFlags(Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
     setFixedSize(size());
     CentreOnOwner(this, owner);
-    if (owner)
-        setWindowIcon(owner->window()->windowIcon());
+    setWindowIcon(ProgramIcon());
     QPalette palette = this->palette();
     palette.setColor(QPalette::Window, QColor(240, 240, 233));
     setPalette(palette);
@@ -31,7 +32,7 @@ frmHelp::frmHelp(QWidget* owner) : QDialog(owner), m_ui(std::make_unique<Ui::frm
 frmHelp::~frmHelp() = default;
 
 QString frmHelp::HelpFilePath() {
-    return ProgramFolder() + QStringLiteral("/helpfile.htm");
+    return ReadOnlyFilePath(QStringLiteral("helpfile.htm"));
 }
 
 void ShowHelp(QWidget* owner) {

@@ -5,10 +5,12 @@
 #include "catalogue/modRetreiver.h"
 #include "harvest/modParser.h"
 #include "platform/ARButton.h"
+#include "platform/DataPaths.h"
 #include "platform/FormFont.h"
 #include "platform/HostHooks.h"
 #include "platform/Inet.h"
 #include "platform/MessageBox.h"
+#include "platform/ProgramIcon.h"
 #include "platform/ScreenPointer.h"
 #include "platform/WorkAnimation.h"
 #include "results/frmSummary.h"
@@ -20,6 +22,7 @@
 #include <QEventLoop>
 #include <QFile>
 #include <QGuiApplication>
+#include <QIcon>
 #include <QMouseEvent>
 #include <QPixmap>
 #include <QScreen>
@@ -92,6 +95,7 @@ void frmMain::ResetSeams() {
 
 frmMain::frmMain(QWidget* parent) : QMainWindow(parent), m_ui(std::make_unique<Ui::frmMain>()) {
     m_ui->setupUi(this);
+    setWindowIcon(ProgramIcon());
     ApplyLook();
     InstallHooks();
 
@@ -161,7 +165,7 @@ void frmMain::ApplyLook() {
     m_ui->cmdGetKeywords->setFont(Tahoma(9.75, true));
     m_ui->StatusBar1->setSizeGripEnabled(false);
 
-    const QString logo = ProgramFolder() + QStringLiteral("/logo.png");
+    const QString logo = ReadOnlyFilePath(QStringLiteral("logo.png"));
     if (QFile::exists(logo))
         m_ui->Image1->setPixmap(QPixmap(logo));
     else
@@ -217,7 +221,7 @@ void frmMain::Form_Load() {
     m_ui->cboSite->setCurrentIndex(1);
     LoadCategories();
     CatalogueLogic.FormLoading = FlagFalse;
-    m_ui->WebBrowser1->Navigate(ProgramFolder() + QStringLiteral("/anwork.gif"));
+    m_ui->WebBrowser1->Navigate(ReadOnlyFilePath(QStringLiteral("anwork.gif")));
 }
 
 void frmMain::HideFeedback() {

@@ -1,15 +1,18 @@
 #include "frmWarning.h"
 
 #include "platform/FormFont.h"
+#include "platform/ProgramIcon.h"
 #include "ui_frmWarning.h"
 
 #include <QCloseEvent>
 #include <QGuiApplication>
+#include <QIcon>
 #include <QScreen>
 
 frmWarning::frmWarning(std::function<void()> wayToMain, QWidget* parent)
     : QWidget(parent), m_ui(std::make_unique<Ui::frmWarning>()), m_wayToMain(std::move(wayToMain)) {
     m_ui->setupUi(this);
+    setWindowIcon(ProgramIcon());
     setWindowFlags(Qt::Tool | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
     setFixedSize(size());
 

@@ -1,4 +1,5 @@
 #include "CliRun.h"
+#include "DataPaths.h"
 
 #include <QDir>
 #include <csignal>
@@ -8,12 +9,12 @@ class tst_Cli : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     void initTestCase();
-    void treePrintsTheCatalogueInOrder();
     void searchEachScope();
     void exitStatuses_data();
     void exitStatuses();
     void exitStatusesOfRuns();
     void refreshFillsTheFileFromTheSite();
+    void filesAreFoundByTheRules();
 
 private:
     CliFixture m_run;
@@ -24,15 +25,6 @@ void tst_Cli::initTestCase() {
     m_run.SetUp();
     m_slow = std::make_unique<SiteSim>(QStringList{"--latency", "30"});
     QVERIFY(m_slow->isRunning());
-}
-
-void tst_Cli::treePrintsTheCatalogueInOrder() {
-    const Run run = runCli({"tree", "--site", USSiteLabel, "--data", m_run.dir.path()});
-    QCOMPARE(run.exitCode, 0);
-    QCOMPARE(run.lines(), m_run.catalogue);
-    // The other site has no entries in this file: the root alone.
-    const Run uk = runCli({"tree", "--site", UKSiteLabel, "--data", m_run.dir.path()});
-    QCOMPARE(uk.lines(), QStringList{"Select Category\tRoot"});
 }
 
 void tst_Cli::searchEachScope() {
@@ -151,6 +143,54 @@ void tst_Cli::refreshFillsTheFileFromTheSite() {
     QCOMPARE(none.exitCode, 5);
     QVERIFY(none.err.contains("the former categories are kept"));
     QCOMPARE(runCli(QStringList{"tree", "--site", USSiteLabel} + args).lines(), m_run.catalogue);
+}
+
+// Where the files are: the tree printed from each folder the rules choose.
+void tst_Cli::filesAreFoundByTheRules() {
+    QTemporaryDir root;
+    const QString bin = root.filePath("bin"), cli = bin + "/marquill-cli";
+    const QString shipped = root.filePath("share/marquill"), own = m_run.dir.path();
+    const QString user = root.filePath("xdg/marquill");
+    const QStringList& catalogue = m_run.catalogue;
+    QVERIFY(QDir().mkpath(bin) && QDir().mkpath(shipped));
+    QVERIFY(QFile::copy(QStringLiteral(MARQUILL_CLI), cli));
+    writeCatalogue(shipped, USSiteLabel, catalogue.mid(1, 2));
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("XDG_DATA_HOME", root.filePath("xdg"));
+    env.remove("MARQUILL_DATA");
+    const QStringList tree{"tree", "--site", USSiteLabel};
+
+    // Installed: the user's data folder, seeded from the shipped file, which is said once.
+    const Run first = runProgram(cli, tree, env);
+    QCOMPARE(first.lines(), catalogue.mid(0, 3));
+    QVERIFY(first.err.contains("first use: copied the category file to " + user));
+    QVERIFY(!runProgram(cli, tree, env).err.contains("first use"));
+    // A data folder that cannot be made: the shipped file is read, and that is said.
+    env.insert("XDG_DATA_HOME", cli);
+    const Run noFolder = runProgram(cli, tree, env);
+    QCOMPARE(noFolder.lines(), first.lines());
+    QVERIFY(noFolder.err.contains("cannot copy the category file"));
+    // MARQUILL_DATA names the folder, and --data comes before it. The other site there has no entries.
+    env.insert("MARQUILL_DATA", own);
+    QCOMPARE(runProgram(cli, tree, env).lines(), catalogue);
+    QCOMPARE(runProgram(cli, {"tree", "--site", UKSiteLabel}, env).lines(),
+             QStringList{"Select Category\tRoot"});
+    QCOMPARE(runProgram(cli, tree + QStringList{"--data", user}, env).lines(), catalogue.mid(0, 3));
+    // Portable: the program's own folder holds a category file it may write...
+    env.remove("MARQUILL_DATA");
+    QVERIFY(QFile::copy(own + "/aeurl.xml", bin + "/aeurl.xml"));
+    QCOMPARE(runProgram(cli, tree, env).lines(), catalogue);
+    // ... unless it may not be written (root may write anything, so the rule is asked directly).
+    const DataFolderFacts readOnly{QString(), QString(), bin, user, [](const QString&) { return false; }};
+    QCOMPARE(ResolveDataFolders(readOnly).Data, user);
+    QCOMPARE(ResolveDataFolders(readOnly).Shipped, shipped);
+
+    // The exclusion list: the user's copy when there is one, else the shipped one.
+    SetDataFolder(user);
+    QCOMPARE(ExclusionFilePath(), CurrentDataFolders().Shipped + "/exclude.dat");
+    QVERIFY(QFile(user + "/exclude.dat").open(QIODevice::WriteOnly));
+    QCOMPARE(ExclusionFilePath(), user + "/exclude.dat");
+    SetDataFolder(QString());
 }
 
 QTEST_GUILESS_MAIN(tst_Cli)

@@ -35,12 +35,14 @@ private:
 };
 
 Run tst_CliApi::api(const SiteSim& site, const QStringList& arguments, const QStringList& variables) {
-    const Run run =
-        runCli(arguments, {},
-               QStringList{"XDG_CONFIG_HOME=" + m_dir.path(), "MARQUILL_EBAY_RATE=1000",
-                           "MARQUILL_EBAY_API=" + site.proxyUrl().toString(),
-                           "MARQUILL_EBAY_CLIENT_ID=sample-id", "MARQUILL_EBAY_CLIENT_SECRET=sample-secret"} +
-                   variables);
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    for (const QString& variable :
+         QStringList{"XDG_CONFIG_HOME=" + m_dir.path(), "MARQUILL_EBAY_RATE=1000",
+                     "MARQUILL_EBAY_API=" + site.proxyUrl().toString(), "MARQUILL_EBAY_CLIENT_ID=sample-id",
+                     "MARQUILL_EBAY_CLIENT_SECRET=sample-secret"} +
+             variables)
+        environment.insert(variable.section(u'=', 0, 0), variable.section(u'=', 1));
+    const Run run = runProgram(MARQUILL_CLI, arguments, environment);
     m_outputs << QString::fromUtf8(run.out) << run.err;
     return run;
 }

@@ -25,17 +25,13 @@ struct Run {
     QJsonObject json() const { return QJsonDocument::fromJson(out).object(); }
 };
 
-// Waits with the event loop turning, so that a server of this process can answer the tool.
-// variables: more of the environment, "NAME=VALUE" each.
+// Waits with the event loop turning, so that a server of this process can answer the tool. An
+// empty environment is this process's.
 inline Run runProgram(const QString& program, const QStringList& arguments,
-                      const QString& localeVariable = {}, const QStringList& variables = {}) {
+                      const QProcessEnvironment& environment) {
     QProcess process;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    if (!localeVariable.isEmpty())
-        environment.insert("LC_ALL", localeVariable);
-    for (const QString& variable : variables)
-        environment.insert(variable.section(u'=', 0, 0), variable.section(u'=', 1));
-    process.setProcessEnvironment(environment);
+    if (!environment.isEmpty())
+        process.setProcessEnvironment(environment);
     QSignalSpy finished(&process, &QProcess::finished);
     process.start(program, arguments);
     Run run;
@@ -47,9 +43,18 @@ inline Run runProgram(const QString& program, const QStringList& arguments,
     return run;
 }
 
-inline Run runCli(const QStringList& arguments, const QString& localeVariable = {},
-                  const QStringList& variables = {}) {
-    return runProgram(QStringLiteral(MARQUILL_CLI), arguments, localeVariable, variables);
+inline Run runProgram(const QString& program, const QStringList& arguments,
+                      const QString& localeVariable = {}) {
+    QProcessEnvironment environment;
+    if (!localeVariable.isEmpty()) {
+        environment = QProcessEnvironment::systemEnvironment();
+        environment.insert("LC_ALL", localeVariable);
+    }
+    return runProgram(program, arguments, environment);
+}
+
+inline Run runCli(const QStringList& arguments, const QString& localeVariable = {}) {
+    return runProgram(QStringLiteral(MARQUILL_CLI), arguments, localeVariable);
 }
 
 // Writes a catalogue of one site ("FullPath<TAB>URL" lines) into the category file of the folder.

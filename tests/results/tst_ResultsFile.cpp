@@ -27,6 +27,7 @@ class tst_ResultsFile : public QObject {
     Q_OBJECT
 
     QList<CommonDialog::SaveRequest> m_requests;
+    QTemporaryDir m_home;
 
     // The next dialogs answer with these paths in turn; an empty path is a cancel.
     void AnswerSaveDialog(const QStringList& paths) {
@@ -44,6 +45,11 @@ class tst_ResultsFile : public QObject {
     }
 
 private Q_SLOTS:
+    void initTestCase() {
+        // A home of the test's own, without Documents until a test makes one.
+        qputenv("HOME", m_home.path().toUtf8());
+        qputenv("XDG_CONFIG_HOME", m_home.filePath(QStringLiteral(".config")).toUtf8());
+    }
     void init() {
         ResetSummarySeams();
         m_requests.clear();
@@ -63,7 +69,7 @@ private Q_SLOTS:
 
         QCOMPARE(ReadAll(path), QByteArray("mint,10\r\nnice,9\r\nbox,9\r\na,b,3\r\n"));
         QCOMPARE(m_requests.size(), 1);
-        QCOMPARE(m_requests[0].initDir, QDir::rootPath());
+        QCOMPARE(m_requests[0].initDir, m_home.path());
         QCOMPARE(m_requests[0].filter, QStringLiteral("Text (*.txt)"));
         QCOMPARE(m_requests[0].fileName, QStringLiteral("Keywords 05.03.2026.txt"));
         QCOMPARE(FileField(summary)->text(), path);
@@ -193,10 +199,11 @@ private Q_SLOTS:
         QVERIFY(!QFile::exists(chosen));
         QVERIFY(summary.ResultsPath().isEmpty());
 
-        // The browse entry afterwards starts again from the root folder and the default name.
+        // The browse entry afterwards starts again from Documents, now there is one, and the default name.
+        QVERIFY(QDir(m_home.path()).mkpath(QStringLiteral("Documents")));
         ClickBrowse(summary);
         QCOMPARE(m_requests.size(), 2);
-        QCOMPARE(m_requests[1].initDir, QDir::rootPath());
+        QCOMPARE(m_requests[1].initDir, m_home.filePath(QStringLiteral("Documents")));
         QCOMPARE(m_requests[1].fileName, QStringLiteral("Keywords 31.12.2026.txt"));
         SetProgramFolder(QString());
     }

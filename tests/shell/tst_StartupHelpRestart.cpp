@@ -43,6 +43,7 @@ struct SeenHelp {
     QString text;
     QWidget* owner = nullptr;
     QPoint centreOffset;
+    QList<QSize> iconSizes;
 };
 
 // Looks at the help window from inside its modal loop and closes it with its own button.
@@ -56,6 +57,7 @@ void CloseHelpWhenShown(SeenHelp& seen) {
         seen.source = browser->source().toLocalFile();
         seen.text = browser->toPlainText();
         seen.owner = help->parentWidget();
+        seen.iconSizes = help->windowIcon().availableSizes();
         if (seen.owner)
             seen.centreOffset = help->frameGeometry().center() - seen.owner->frameGeometry().center();
         QTest::mouseClick(help->findChild<QPushButton*>(QStringLiteral("cmdClose")), Qt::LeftButton);
@@ -133,6 +135,8 @@ private Q_SLOTS:
         QCOMPARE(button->geometry(), QRect(232, 312, 169, 33));
         QVERIFY(warning.windowFlags() & Qt::WindowCloseButtonHint);
         QVERIFY(!(warning.windowFlags() & Qt::WindowMinimizeButtonHint));
+        QCOMPARE(warning.windowIcon().availableSizes(),
+                 (QList<QSize>{{16, 16}, {32, 32}, {48, 48}, {256, 256}}));
     }
 
     void helpOpensOverTheSummaryAndReturnsToIt() {
@@ -151,6 +155,8 @@ private Q_SLOTS:
         QTest::mouseClick(summary.findChild<QPushButton*>(QStringLiteral("cmdHelp")), Qt::LeftButton);
         QVERIFY(seen.opened);
         QCOMPARE(seen.owner, &summary);
+        QCOMPARE(seen.iconSizes, summary.windowIcon().availableSizes());
+        QCOMPARE(seen.iconSizes.size(), 4);
         QCOMPARE(seen.source, m_folder.filePath(QStringLiteral("helpfile.htm")));
         QVERIFY(seen.text.contains(QStringLiteral("How to search")));
         QVERIFY2(seen.centreOffset.manhattanLength() <= 1, "the help window opens centred on the summary");
@@ -168,6 +174,7 @@ private Q_SLOTS:
         QTest::mouseClick(window.findChild<QPushButton*>(QStringLiteral("cmdHelp")), Qt::LeftButton);
         QVERIFY(seen.opened);
         QCOMPARE(seen.owner, &window);
+        QCOMPARE(window.windowIcon().availableSizes(), seen.iconSizes);
         QVERIFY(seen.text.contains(QStringLiteral("Refreshing the categories")));
         QCOMPARE(QApplication::activeModalWidget(), nullptr);
         QFile::remove(m_folder.filePath(QStringLiteral("aeurl.xml")));

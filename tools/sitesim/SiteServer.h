@@ -14,7 +14,7 @@ class QTcpSocket;
 
 // How the server misbehaves for the URLs that hold a given text.
 struct SiteFault {
-    enum class Mode { Stall, Reset, ServerError, Garbage, Huge, TooManyRequests, Unauthorized };
+    enum class Mode { Stall, Reset, ServerError, Garbage, Huge, Drip, TooManyRequests, Unauthorized };
     Mode mode;
     QString substring;
 };
@@ -33,6 +33,8 @@ public:
     QString ErrorText() const { return m_server.errorString(); }
 
     void SetLatency(int milliseconds) { m_latency = milliseconds; }
+    // How long a dripping answer waits between two bytes of its body.
+    void SetDripInterval(int milliseconds) { m_dripInterval = milliseconds; }
     void SetProbeAnswer(ProbeAnswer answer) { m_probe = answer; }
     void AddFault(const SiteFault& fault) { m_faults.append(fault); }
     // The API's answers; without it the API's paths are pages like any other.
@@ -70,6 +72,7 @@ private:
     QTcpServer m_server;
     QFile m_log;
     int m_latency = 0;
+    int m_dripInterval = 1000;
     ProbeAnswer m_probe = ProbeAnswer::Ok;
     QList<SiteFault> m_faults;
     SiteApi* m_api = nullptr;

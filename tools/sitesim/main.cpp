@@ -30,7 +30,9 @@
 //   --print-catalogue S    print site S's tree as a refresh builds it ("FullPath<TAB>URL") and exit
 //   --fault MODE=TEXT      for every URL that holds TEXT (repeatable): stall (headers, then silence),
 //                          reset (half the body, then a reset), 500 (an error page), garbage (random
-//                          bytes as text/html), huge (a 20 MiB page)
+//                          bytes as text/html), huge (a 20 MiB page), drip (the head, then the
+//                          body one byte a second)
+//   --drip-interval MS     the wait between two bytes of a dripping answer (default 1000)
 //   --probe ok|empty|500   what the probe URL answers
 //   --api-token-seconds S  lifetime of the API's access tokens (default 7200)
 //   --api-retry-after S    the Retry-After of the 429 fault (default 1)
@@ -77,11 +79,13 @@ int Fail(const QString& message) {
 int main(int argc, char* argv[]) {
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("marquill-sitesim"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(MARQUILL_VERSION));
 
     QCommandLineParser parser;
     parser.setApplicationDescription(
         QStringLiteral("The sample site: both auction sites on a loopback port."));
     parser.addHelpOption();
+    parser.addVersionOption();
     const QCommandLineOption portOption(QStringLiteral("port"), QStringLiteral("Port, 0 for a free one."),
                                         QStringLiteral("P"), QStringLiteral("0"));
     const QCommandLineOption seedOption(QStringLiteral("seed"), QStringLiteral("Seed of the titles."),
@@ -100,8 +104,11 @@ int main(int argc, char* argv[]) {
                                          QStringLiteral("SITE"));
     const QCommandLineOption faultOption(
         QStringLiteral("fault"),
-        QStringLiteral("stall|reset|500|garbage|huge|429|401 for URLs that hold TEXT."),
+        QStringLiteral("stall|reset|500|garbage|huge|drip|429|401 for URLs that hold TEXT."),
         QStringLiteral("MODE=TEXT"));
+    const QCommandLineOption dripOption(QStringLiteral("drip-interval"),
+                                        QStringLiteral("Wait between two bytes of a drip fault."),
+                                        QStringLiteral("MS"), QStringLiteral("1000"));
     const QCommandLineOption probeOption(QStringLiteral("probe"),
                                          QStringLiteral("The probe's answer: ok, empty, 500."),
                                          QStringLiteral("ANSWER"), QStringLiteral("ok"));
@@ -112,7 +119,7 @@ int main(int argc, char* argv[]) {
                                               QStringLiteral("Retry-After of the 429 fault, in seconds."),
                                               QStringLiteral("S"), QStringLiteral("1"));
     parser.addOptions({portOption, seedOption, latencyOption, logOption, mainsOption, subsOption, printOption,
-                       faultOption, probeOption, tokenSecondsOption, retryAfterOption});
+                       faultOption, dripOption, probeOption, tokenSecondsOption, retryAfterOption});
     parser.process(app);
 
     bool ok = false;
@@ -125,6 +132,9 @@ int main(int argc, char* argv[]) {
     const int latency = parser.value(latencyOption).toInt(&ok);
     if (!ok || latency < 0)
         return Fail(QStringLiteral("bad latency: ") + parser.value(latencyOption));
+    const int dripInterval = parser.value(dripOption).toInt(&ok);
+    if (!ok || dripInterval < 1)
+        return Fail(QStringLiteral("bad drip interval: ") + parser.value(dripOption));
     if (parser.isSet(mainsOption) != parser.isSet(subsOption))
         return Fail(QStringLiteral("--mains and --subs go together"));
     int mains = 0;
@@ -158,6 +168,7 @@ int main(int argc, char* argv[]) {
     SitePages pages(catalogues, seed);
     SiteServer server(pages);
     server.SetLatency(latency);
+    server.SetDripInterval(dripInterval);
     SiteApi api(catalogues, pages);
     server.SetApi(&api);
     const int tokenSeconds = parser.value(tokenSecondsOption).toInt(&ok);
@@ -191,6 +202,8 @@ int main(int argc, char* argv[]) {
             fault.mode = SiteFault::Mode::Garbage;
         else if (mode == QLatin1String("huge"))
             fault.mode = SiteFault::Mode::Huge;
+        else if (mode == QLatin1String("drip"))
+            fault.mode = SiteFault::Mode::Drip;
         else if (mode == QLatin1String("429"))
             fault.mode = SiteFault::Mode::TooManyRequests;
         else if (mode == QLatin1String("401"))
