@@ -58,11 +58,37 @@ bool SiteApi::IsApiPath(const QString& target) {
 }
 
 QString SiteApi::TitleAsListed(const QByteArray& titleHtml) {
-    QString title = QString::fromLatin1(titleHtml);
-    title.replace(QStringLiteral("<b>"), QStringLiteral("<B>"));
-    title.replace(QStringLiteral("</b>"), QStringLiteral("</B>"));
-    title.replace(QStringLiteral("&pound;"), QStringLiteral("\u00A3"));
-    title.replace(QStringLiteral("&quot;"), QStringLiteral("\""));
+    // The references a title can hold, as a browser reads them (HTML knows AMP, LT, GT and QUOT in
+    // capitals too, but not POUND); what they stand for, escaped again as markup is serialized.
+    static const QList<QPair<QString, QString>> references{
+        {QStringLiteral("&amp;"), QStringLiteral("&amp;")},
+        {QStringLiteral("&AMP;"), QStringLiteral("&amp;")},
+        {QStringLiteral("&lt;"), QStringLiteral("&lt;")},
+        {QStringLiteral("&LT;"), QStringLiteral("&lt;")},
+        {QStringLiteral("&gt;"), QStringLiteral("&gt;")},
+        {QStringLiteral("&GT;"), QStringLiteral("&gt;")},
+        {QStringLiteral("&quot;"), QStringLiteral("\"")},
+        {QStringLiteral("&QUOT;"), QStringLiteral("\"")},
+        {QStringLiteral("&pound;"), QStringLiteral("\u00A3")}};
+    const QString html = QString::fromLatin1(titleHtml);
+    QString title;
+    for (qsizetype i = 0; i < html.size();) {
+        if (html.at(i) == u'<') {
+            const qsizetype end = html.indexOf(u'>', i);
+            title += html.mid(i, end + 1 - i).toUpper();
+            i = end + 1;
+            continue;
+        }
+        if (html.at(i) == u'&') {
+            const auto known = std::find_if(references.begin(), references.end(), [&](const auto& reference) {
+                return QStringView(html).mid(i).startsWith(reference.first);
+            });
+            title += known == references.end() ? QStringLiteral("&amp;") : known->second;
+            i += known == references.end() ? 1 : known->first.size();
+            continue;
+        }
+        title += html.at(i++);
+    }
     return title;
 }
 
