@@ -1,5 +1,6 @@
 #include "modRetreiver.h"
 
+#include "catalogue/ApiCategories.h"
 #include "catalogue/CategoryBackup.h"
 #include "catalogue/CategoryCatalogue.h"
 #include "catalogue/CategoryFileWriter.h"
@@ -263,7 +264,9 @@ RefreshResult RefreshCategories() {
         return refuse(QStringLiteral("Cannot open ") + path);
     }
 
-    const QString listingsBaseUrl = ListingsBaseUrl(siteLabel);
+    const bool throughApi = RefreshSource() == CategorySource::Api;
+    const QString listingsBaseUrl =
+        throughApi ? ApiCategoryTreeAddress(siteLabel) : ListingsBaseUrl(siteLabel);
 
     // A crawl that finds nothing (no connection, a page of another layout, a stop before the first
     // find) must not leave the site empty. Such a crawl writes nothing but the removal, so the
@@ -272,10 +275,12 @@ RefreshResult RefreshCategories() {
     auto former = std::make_unique<pugi::xml_document>();
     former->reset(*CategoryStore.XmlDocument);
     CrawlResult crawl;
-    if (RemoveSiteCategories(siteLabel))
-        crawl = CrawlCategories(listingsBaseUrl);
-    else
+    if (!RemoveSiteCategories(siteLabel))
         crawl.SaveFailed = true;
+    else if (throughApi)
+        crawl = CrawlCategoriesThroughApi(siteLabel);
+    else
+        crawl = CrawlCategories(listingsBaseUrl);
     result.MainCount = crawl.MainCount;
     result.SubCount = crawl.SubCount;
     result.FailedPages = std::move(crawl.FailedPages);

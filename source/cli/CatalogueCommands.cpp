@@ -1,5 +1,7 @@
 #include "CatalogueCommands.h"
 
+#include "ApiCategories.h"
+#include "ApiClient.h"
 #include "CategoryBackup.h"
 #include "CategoryCatalogue.h"
 #include "CategoryTree.h"
@@ -48,11 +50,23 @@ int RunRefreshCommand(const QStringList& arguments) {
                                 "failed pages."),
                  QStringLiteral("FILE")});
     options.Add({QStringLiteral("quiet"), QStringLiteral("No progress line; warnings and errors only.")});
+    options.Add({QStringLiteral("source"),
+                 QStringLiteral("api (the site's Taxonomy API, with the application keys) or pages (the "
+                                "category pages). Default: api when keys are given, else pages."),
+                 QStringLiteral("SOURCE")});
     if (const std::optional<int> status = options.Parse(arguments))
         return *status;
     const QString site = options.ApplyCommon();
     if (site.isEmpty())
         return ExitBadArguments;
+    if (options.IsSet(QStringLiteral("source"))) {
+        const QString source = options.Value(QStringLiteral("source"));
+        if (source != u"api" && source != u"pages") {
+            Err() << "marquill-cli refresh: --source must be api or pages\n";
+            return ExitBadArguments;
+        }
+        SetRefreshSource(source == u"api" ? CategorySource::Api : CategorySource::Pages);
+    }
     std::optional<OutputFile> report;
     if (options.IsSet(QStringLiteral("report"))) {
         report.emplace(options.Value(QStringLiteral("report")));
@@ -86,8 +100,9 @@ int RunRefreshCommand(const QStringList& arguments) {
         return ExitCannotOpen;
     if (result.SaveFailed || result.Outcome == RefreshOutcome::Limited)
         return ExitFinishedWithFailures;
+    // The site's API refused or failed: its words are on standard error, and the status says so.
     if (result.Outcome == RefreshOutcome::NothingFound)
-        return ExitNothingFound;
+        return ApiClient::Process().Failures() > 0 ? ExitServiceFailed : ExitNothingFound;
     return result.FailedPages.empty() ? ExitOk : ExitFinishedWithFailures;
 }
 

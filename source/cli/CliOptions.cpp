@@ -59,7 +59,14 @@ QString ProgramHelp() {
                           "  6    a refresh finished, but pages failed, a bound was reached or a save\n"
                           "       was refused: its categories may be partial\n"
                           "  7    the --output or --report file cannot be written\n"
-                          "  130  stopped by Ctrl-C; what was found is still written\n");
+                          "  8    the site's API refused or failed (its message is printed)\n"
+                          "  130  stopped by Ctrl-C; what was found is still written\n"
+                          "\n"
+                          "Today's site: catalogue entries whose URL is a Browse API search address are\n"
+                          "searched through the API, with the application keys in MARQUILL_EBAY_CLIENT_ID\n"
+                          "and MARQUILL_EBAY_CLIENT_SECRET or in ~/.config/marquill/api-keys (mode 600);\n"
+                          "MARQUILL_EBAY_API sets the API's address, MARQUILL_EBAY_RATE its requests a\n"
+                          "second (default 5). See refresh --source.\n");
 }
 
 CommandOptions::CommandOptions(const QString& command, const QString& description) : m_command(command) {

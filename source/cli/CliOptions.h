@@ -16,6 +16,7 @@ enum ExitStatus {
     ExitNothingFound = 5,
     ExitFinishedWithFailures = 6,
     ExitCannotWrite = 7,
+    ExitServiceFailed = 8,
     ExitInterrupted = 130,
 };
 

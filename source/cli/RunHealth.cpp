@@ -1,5 +1,7 @@
 #include "RunHealth.h"
 
+#include "ApiScan.h"
+
 #include <QJsonArray>
 
 namespace {
@@ -58,6 +60,9 @@ void RunHealth::PageScanned(const ScannedPage& page) {
         ++m_networkFailures;
     if (page.failure != PageFailure::None && page.failure != PageFailure::Aborted)
         m_failed << page;
+    if (!page.serviceMessage.isEmpty() && m_serviceError.isEmpty())
+        m_serviceError = page.serviceMessage;
+    m_offsetCap = m_offsetCap || page.offsetCapReached;
     if (!page.walkedToEnd)
         return;
     const bool empty = page.auctionLinks == 0;
@@ -81,9 +86,10 @@ void RunHealth::Start(SearchScope scope) {
 void RunHealth::Finish(int unasked) {
     m_seconds = double(m_timer.nsecsElapsed()) / 1e9;
     // ScanHalted is raised only by a stop or by the limit.
-    m_ending = HarvestState.StopRequested == FlagTrue ? Ending::Stop
-               : HarvestState.ScanHalted == FlagTrue  ? Ending::Limit
-                                                      : Ending::End;
+    m_ending = !m_serviceError.isEmpty()                ? Ending::ServiceError
+               : HarvestState.StopRequested == FlagTrue ? Ending::Stop
+               : HarvestState.ScanHalted == FlagTrue    ? Ending::Limit
+                                                        : Ending::End;
     m_auctions = HarvestState.AuctionsScanned;
     m_words = HarvestState.KeywordsFound;
     m_unasked = unasked;
@@ -95,11 +101,14 @@ QJsonObject RunHealth::ToJson() const {
         errors.insert(QString::number(it.key()), it.value());
     QJsonArray failed;
     for (const ScannedPage& page : m_failed) {
-        failed.append(QJsonObject{{QStringLiteral("url"), page.url},
-                                  {QStringLiteral("status"), page.httpStatus},
-                                  {QStringLiteral("failure"), FailureName(page.failure)}});
+        QJsonObject entry{{QStringLiteral("url"), page.url},
+                          {QStringLiteral("status"), page.httpStatus},
+                          {QStringLiteral("failure"), FailureName(page.failure)}};
+        if (!page.serviceMessage.isEmpty())
+            entry.insert(QStringLiteral("message"), page.serviceMessage);
+        failed.append(entry);
     }
-    static const char* const endings[] = {"end", "limit", "stop"};
+    static const char* const endings[] = {"end", "limit", "stop", "service_error"};
     return QJsonObject{
         {QStringLiteral("scope"), ScopeName(m_scope)},
         {QStringLiteral("ended_by"), QLatin1StringView(endings[int(m_ending)])},
@@ -117,6 +126,9 @@ QJsonObject RunHealth::ToJson() const {
         {QStringLiteral("auctions_counted"), m_auctions},
         {QStringLiteral("distinct_words"), m_words},
         {QStringLiteral("seconds"), qRound(m_seconds * 1000) / 1000.0},
+        {QStringLiteral("service_error"),
+         m_serviceError.isEmpty() ? QJsonValue() : QJsonValue(m_serviceError)},
+        {QStringLiteral("offset_cap_reached"), m_offsetCap},
     };
 }
 
@@ -124,7 +136,7 @@ QString RunHealth::Summary() const {
     QStringList errors;
     for (auto it = m_httpErrors.cbegin(); it != m_httpErrors.cend(); ++it)
         errors << QStringLiteral("%1 x%2").arg(it.key()).arg(it.value());
-    static const char* const endings[] = {"its end", "its limit", "a stop"};
+    static const char* const endings[] = {"its end", "its limit", "a stop", "a failure of the site's API"};
     return QStringLiteral(
                "Run: %1 pages requested, %2 answered, HTTP errors: %3, %4 time-outs, %5 without an "
                "auction link; %6 auctions, %7 words in %8 s; %9 walk ended by %10")
@@ -149,4 +161,12 @@ QString RunHealth::EmptyPagesWarning() const {
         .arg(m_laterEmpty)
         .arg(m_laterWalked)
         .arg(m_firstLaterEmpty);
+}
+
+QString RunHealth::OffsetCapWarning() const {
+    if (!m_offsetCap)
+        return QString();
+    return QStringLiteral("warning: the site's API gives no more than the first %1 auctions of a category "
+                          "(its offset cap); the walk stopped there.")
+        .arg(ApiOffsetCap);
 }

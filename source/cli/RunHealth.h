@@ -14,7 +14,7 @@
 // run, never by changing it.
 class RunHealth final : public HarvestObserver {
 public:
-    enum class Ending { End, Limit, Stop };
+    enum class Ending { End, Limit, Stop, ServiceError };
 
     // pagesAhead, when given, is told the run's hints about the pages to come.
     explicit RunHealth(std::function<void(const QStringList&)> pagesAhead = {});
@@ -33,6 +33,10 @@ public:
     // When more than half of the listing pages after the first held no auction link: a warning
     // naming the likely causes and the first such page; else empty.
     QString EmptyPagesWarning() const;
+    // The site API's failure that ended the run, in its words; empty when none did.
+    const QString& ServiceError() const { return m_serviceError; }
+    // A line for standard error when the API's offset cap left auctions unread; else empty.
+    QString OffsetCapWarning() const;
 
 private:
     std::function<void(const QStringList&)> m_pagesAhead;
@@ -55,4 +59,6 @@ private:
     std::int32_t m_auctions = 0;
     std::int32_t m_words = 0;
     int m_unasked = 0;
+    QString m_serviceError;
+    bool m_offsetCap = false;
 };

@@ -192,9 +192,9 @@ int RunSearchCommand(const QStringList& arguments) {
               << "\nKeywords found: " << NumericLocale().toString(HarvestState.KeywordsFound) << '\n'
               << health.Summary() << '\n';
     }
-    const QString warning = health.EmptyPagesWarning();
-    if (!warning.isEmpty())
-        Err() << warning << '\n';
+    for (const QString& warning : {health.EmptyPagesWarning(), health.OffsetCapWarning()})
+        if (!warning.isEmpty())
+            Err() << warning << '\n';
     Err() << Qt::flush;
 
     const QJsonObject healthJson = health.ToJson();
@@ -214,5 +214,7 @@ int RunSearchCommand(const QStringList& arguments) {
     HarvestState.SelectedPath.clear();
     if (!written)
         return ExitCannotWrite;
+    if (!health.ServiceError().isEmpty())
+        return ExitServiceFailed;
     return Interrupted() ? ExitInterrupted : ExitOk;
 }

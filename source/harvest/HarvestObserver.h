@@ -16,6 +16,10 @@ struct ScannedPage {
     bool walked = false;
     // False when a stop or the auction limit left the walk before the page's last link.
     bool walkedToEnd = false;
+    // For a page of the site's API: the failure as the service worded it, and whether the page was
+    // the last the service gives because of its offset cap while more auctions were there.
+    QString serviceMessage;
+    bool offsetCapReached = false;
 };
 
 // Whoever watches a run from outside: the command-line tool's report and its loads ahead. The run

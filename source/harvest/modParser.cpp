@@ -1,5 +1,6 @@
 #include "modParser.h"
 
+#include "ApiScan.h"
 #include "BrowserPage.h"
 #include "CategoryTree.h"
 #include "DataPaths.h"
@@ -172,6 +173,11 @@ std::int16_t ReadPageCount(const QString& outerHtml) {
 }
 
 void ScanListingPage(const QString& url) {
+    // The one point where the two sources part: the address says which the entry is.
+    if (IsApiSearchUrl(url)) {
+        ScanApiPage(url);
+        return;
+    }
     if (stopRequested())
         return;
     HarvestObserver* observer = CurrentHarvestObserver();
@@ -239,6 +245,8 @@ void ScanListingPage(const QString& url) {
 }
 
 QString ResultPageUrl(std::int16_t pageNumber, const QString& firstPageUrl) {
+    if (IsApiSearchUrl(firstPageUrl))
+        return ApiResultPageUrl(pageNumber, firstPageUrl);
     const qsizetype i = firstPageUrl.indexOf(u"QQsacat", 0, Qt::CaseInsensitive);
     if (i < 0)
         return QString();
@@ -293,27 +301,31 @@ bool runMustEnd() {
 
 // The hint for a watcher: the URLs of the sub-categories that the walk will scan, in its order.
 // Worked out only when someone watches, and before the first yield, so it reads the nodes that
-// the walk reads.
+// the walk reads. API addresses are left out: they are asked for with a token, never ahead.
 void tellSubCategoriesAhead(SearchScope scope, const CategoryNode* selected) {
     HarvestObserver* observer = CurrentHarvestObserver();
     if (!observer || !selected)
         return;
     QStringList urls;
+    const auto hint = [&urls](const QString& url) {
+        if (!IsApiSearchUrl(url))
+            urls << PrepareListingUrl(url);
+    };
     if (scope == ScopeAllCategories) {
         for (const CategoryNode* main = selected->Child(); main; main = main->Next())
             for (const CategoryNode* sub = main->Child(); sub; sub = sub->Next())
-                urls << PrepareListingUrl(sub->Key());
+                hint(sub->Key());
     } else {
         const CategoryNode* cursor = selected->Child();
         for (int step = 1; step <= selected->Children() && cursor; ++step, cursor = cursor->Next())
-            urls << PrepareListingUrl(cursor->Key());
+            hint(cursor->Key());
     }
     observer->PagesAhead(urls);
 }
 
 void tellResultPagesAhead(std::int16_t last, const QString& prepared) {
     HarvestObserver* observer = CurrentHarvestObserver();
-    if (!observer)
+    if (!observer || IsApiSearchUrl(prepared))
         return;
     QStringList urls;
     for (int pageNumber = 2; pageNumber <= last; ++pageNumber) {

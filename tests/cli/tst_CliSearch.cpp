@@ -130,7 +130,7 @@ void tst_CliSearch::healthReportOfABrokenRun() {
 
     // A time-out takes a minute on the wire; the report counts one from how the load ended.
     RunHealth timedOut;
-    timedOut.PageScanned({"http://listings.ebay.com/", 0, PageFailure::TimedOut, 0, true, true});
+    timedOut.PageScanned({"http://listings.ebay.com/", 0, PageFailure::TimedOut, 0, true, true, {}, false});
     QCOMPARE(timedOut.ToJson()["timeouts"].toInt(), 1);
 }
 

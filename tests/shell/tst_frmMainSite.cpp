@@ -155,16 +155,24 @@ private Q_SLOTS:
 void tst_frmMainSite::refreshShowsItsStateAndRefillsTheTree_data() {
     QTest::addColumn<bool>("stop");
     QTest::addColumn<bool>("close");
-    QTest::newRow("to its end") << false << false;
-    QTest::newRow("stopped") << true << false;
-    QTest::newRow("window closed") << false << true;
+    QTest::addColumn<bool>("api");
+    QTest::newRow("to its end") << false << false << false;
+    QTest::newRow("stopped") << true << false << false;
+    QTest::newRow("window closed") << false << true << false;
+    QTest::newRow("keys given: through the API") << false << false << true;
 }
 
 void tst_frmMainSite::refreshShowsItsStateAndRefillsTheTree() {
     QFETCH(bool, stop);
     QFETCH(bool, close);
+    QFETCH(bool, api);
     SiteSim site;
     QVERIFY(site.isRunning());
+    const QStringList variables{"MARQUILL_EBAY_API", "MARQUILL_EBAY_CLIENT_ID",
+                                "MARQUILL_EBAY_CLIENT_SECRET"};
+    const QStringList values{site.proxyUrl().toString(), "sample-id", "sample-secret"};
+    for (int i = 0; api && i < 3; ++i)
+        qputenv(variables[i].toLatin1(), values[i].toUtf8());
     const QStringList lines = site.catalogue(USSiteLabel);
     QTemporaryDir folder;
     QFile file(folder.filePath(QStringLiteral("aeurl.xml")));
@@ -246,7 +254,11 @@ void tst_frmMainSite::refreshShowsItsStateAndRefillsTheTree() {
             QCOMPARE(shown, mains);
         }
         QCOMPARE(ScreenPointer::Current(), 0);
+        const QString firstKey = CurrentCategoryTree()->Root()->Child()->Key();
+        QCOMPARE(firstKey.startsWith("https://api.ebay.com/buy/browse/v1/item_summary/search?"), api);
     }
+    for (const QString& variable : variables)
+        qunsetenv(variable.toLatin1());
     HttpPageSource::SetProxy(QNetworkProxy(QNetworkProxy::NoProxy));
 }
 

@@ -19,8 +19,12 @@ const char* ReasonPhrase(int status) {
         return "Bad Request";
     case 404:
         return "Not Found";
+    case 401:
+        return "Unauthorized";
     case 405:
         return "Method Not Allowed";
+    case 429:
+        return "Too Many Requests";
     default:
         return "Internal Server Error";
     }
@@ -100,6 +104,7 @@ bool SiteServer::TakeRequest(QByteArray& input, Request* request, bool* malforme
             continue;
         const QByteArray name = line.left(colon).trimmed().toLower();
         const QByteArray value = line.mid(colon + 1).trimmed();
+        request->headers.insert(name, value);
         if (name == "host")
             hostHeader = QString::fromLatin1(value);
         else if (name == "connection" || (name == "proxy-connection" && connectionHeader.isEmpty()))
@@ -114,6 +119,7 @@ bool SiteServer::TakeRequest(QByteArray& input, Request* request, bool* malforme
     }
     if (input.size() < end + skip + bodyLength)
         return false;
+    request->body = input.mid(end + skip, bodyLength);
     input.remove(0, end + skip + bodyLength);
     request->keepAlive = http10 ? connectionHeader == "keep-alive" : connectionHeader != "close";
 
@@ -172,11 +178,34 @@ void SiteServer::ProcessNext(Connection* connection) {
     }
 }
 
-QByteArray SiteServer::Head(int status, qsizetype length, bool keepAlive) {
-    return "HTTP/1.1 " + QByteArray::number(status) + ' ' + ReasonPhrase(status) +
-           "\r\nContent-Type: text/html; charset=ISO-8859-1\r\nContent-Length: " +
-           QByteArray::number(length) + "\r\nConnection: " + (keepAlive ? "keep-alive" : "close") +
-           "\r\n\r\n";
+QByteArray SiteServer::Head(int status, qsizetype length, bool keepAlive, const QByteArray& contentType,
+                            const QList<QPair<QByteArray, QByteArray>>& extra) {
+    QByteArray head = "HTTP/1.1 " + QByteArray::number(status) + ' ' + ReasonPhrase(status) +
+                      "\r\nContent-Type: " + contentType +
+                      "\r\nContent-Length: " + QByteArray::number(length) +
+                      "\r\nConnection: " + (keepAlive ? "keep-alive" : "close") + "\r\n";
+    for (const auto& [name, value] : extra)
+        head += name + ": " + value + "\r\n";
+    return head + "\r\n";
+}
+
+void SiteServer::RespondApi(Connection* connection, const Request& request, const SiteFault* fault) {
+    ApiAnswer answer{0, {}, {}};
+    if (fault && fault->mode == SiteFault::Mode::TooManyRequests)
+        answer = m_api->TooManyRequests(request.url);
+    else if (fault && fault->mode == SiteFault::Mode::Unauthorized)
+        answer = SiteApi::Unauthorized();
+    else if (fault && fault->mode == SiteFault::Mode::ServerError)
+        answer = SiteApi::InternalError();
+    if (answer.status == 0)
+        answer = m_api->Answer({request.method, request.target, request.headers, request.body});
+    connection->socket->write(
+        Head(answer.status, answer.body.size(), request.keepAlive, "application/json", answer.headers) +
+        answer.body);
+    if (!request.keepAlive) {
+        connection->finished = true;
+        connection->socket->disconnectFromHost();
+    }
 }
 
 void SiteServer::Respond(Connection* connection, const Request& request) {
@@ -189,6 +218,17 @@ void SiteServer::Respond(Connection* connection, const Request& request) {
             fault = &f;
             break;
         }
+
+    const bool apiFault = fault && (fault->mode == SiteFault::Mode::TooManyRequests ||
+                                    fault->mode == SiteFault::Mode::Unauthorized ||
+                                    fault->mode == SiteFault::Mode::ServerError);
+    if (m_api && SiteApi::IsApiPath(request.target) && (!fault || apiFault)) {
+        RespondApi(connection, request, fault);
+        return;
+    }
+    if (fault &&
+        (fault->mode == SiteFault::Mode::TooManyRequests || fault->mode == SiteFault::Mode::Unauthorized))
+        fault = nullptr;
 
     SiteAnswer answer;
     if (request.method != "GET" && request.method != "HEAD") {

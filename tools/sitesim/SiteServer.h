@@ -1,5 +1,6 @@
 #pragma once
 
+#include "SiteApi.h"
 #include "SitePages.h"
 
 #include <QByteArray>
@@ -13,7 +14,7 @@ class QTcpSocket;
 
 // How the server misbehaves for the URLs that hold a given text.
 struct SiteFault {
-    enum class Mode { Stall, Reset, ServerError, Garbage, Huge, Drip };
+    enum class Mode { Stall, Reset, ServerError, Garbage, Huge, Drip, TooManyRequests, Unauthorized };
     Mode mode;
     QString substring;
 };
@@ -36,6 +37,8 @@ public:
     void SetDripInterval(int milliseconds) { m_dripInterval = milliseconds; }
     void SetProbeAnswer(ProbeAnswer answer) { m_probe = answer; }
     void AddFault(const SiteFault& fault) { m_faults.append(fault); }
+    // The API's answers; without it the API's paths are pages like any other.
+    void SetApi(SiteApi* api) { m_api = api; }
     bool SetLog(const QString& path);
 
 private:
@@ -51,6 +54,8 @@ private:
         QString host;
         QString target;
         bool keepAlive = true;
+        QHash<QByteArray, QByteArray> headers; // names in lower case
+        QByteArray body;
     };
 
     void OnNewConnection();
@@ -58,7 +63,10 @@ private:
     // Takes one complete request off the input; false when none is complete yet.
     static bool TakeRequest(QByteArray& input, Request* request, bool* malformed);
     void Respond(Connection* connection, const Request& request);
-    static QByteArray Head(int status, qsizetype length, bool keepAlive);
+    static QByteArray Head(int status, qsizetype length, bool keepAlive,
+                           const QByteArray& contentType = "text/html; charset=ISO-8859-1",
+                           const QList<QPair<QByteArray, QByteArray>>& extra = {});
+    void RespondApi(Connection* connection, const Request& request, const SiteFault* fault);
 
     const SitePages& m_pages;
     QTcpServer m_server;
@@ -67,4 +75,5 @@ private:
     int m_dripInterval = 1000;
     ProbeAnswer m_probe = ProbeAnswer::Ok;
     QList<SiteFault> m_faults;
+    SiteApi* m_api = nullptr;
 };

@@ -34,8 +34,20 @@
 //                          body one byte a second)
 //   --drip-interval MS     the wait between two bytes of a dripping answer (default 1000)
 //   --probe ok|empty|500   what the probe URL answers
+//   --api-token-seconds S  lifetime of the API's access tokens (default 7200)
+//   --api-retry-after S    the Retry-After of the 429 fault (default 1)
 // SIGTERM and SIGINT end it cleanly.
+//
+// Today's API, on any host (api.ebay.com through the proxy, or 127.0.0.1 itself):
+//   POST /identity/v1/oauth2/token                 client-credentials grant; Basic sample-id:sample-secret
+//   GET  /commerce/taxonomy/v1/get_default_category_tree_id?marketplace_id=EBAY_US|EBAY_GB
+//   GET  /commerce/taxonomy/v1/category_tree/{0|3} the catalogue as a category tree
+//   GET  /buy/browse/v1/item_summary/search?category_ids=ID&filter=buyingOptions:{AUCTION}&limit=&offset=
+// The search gives a category's titles in the order of its listing pages, by limit (at most 200)
+// and offset (capped at 10,000). Faults for API URLs: 429=TEXT (once per URL, with Retry-After),
+// 401=TEXT (a refused token, every time), 500=TEXT (a service error).
 
+#include "SiteApi.h"
 #include "SiteCatalogue.h"
 #include "SitePages.h"
 #include "SiteServer.h"
@@ -91,7 +103,8 @@ int main(int argc, char* argv[]) {
                                          QStringLiteral("Print the tree of SITE and exit."),
                                          QStringLiteral("SITE"));
     const QCommandLineOption faultOption(
-        QStringLiteral("fault"), QStringLiteral("stall|reset|500|garbage|huge|drip for URLs that hold TEXT."),
+        QStringLiteral("fault"),
+        QStringLiteral("stall|reset|500|garbage|huge|drip|429|401 for URLs that hold TEXT."),
         QStringLiteral("MODE=TEXT"));
     const QCommandLineOption dripOption(QStringLiteral("drip-interval"),
                                         QStringLiteral("Wait between two bytes of a drip fault."),
@@ -99,8 +112,14 @@ int main(int argc, char* argv[]) {
     const QCommandLineOption probeOption(QStringLiteral("probe"),
                                          QStringLiteral("The probe's answer: ok, empty, 500."),
                                          QStringLiteral("ANSWER"), QStringLiteral("ok"));
+    const QCommandLineOption tokenSecondsOption(QStringLiteral("api-token-seconds"),
+                                                QStringLiteral("Lifetime of the API's access tokens."),
+                                                QStringLiteral("S"), QStringLiteral("7200"));
+    const QCommandLineOption retryAfterOption(QStringLiteral("api-retry-after"),
+                                              QStringLiteral("Retry-After of the 429 fault, in seconds."),
+                                              QStringLiteral("S"), QStringLiteral("1"));
     parser.addOptions({portOption, seedOption, latencyOption, logOption, mainsOption, subsOption, printOption,
-                       faultOption, dripOption, probeOption});
+                       faultOption, dripOption, probeOption, tokenSecondsOption, retryAfterOption});
     parser.process(app);
 
     bool ok = false;
@@ -150,6 +169,16 @@ int main(int argc, char* argv[]) {
     SiteServer server(pages);
     server.SetLatency(latency);
     server.SetDripInterval(dripInterval);
+    SiteApi api(catalogues, pages);
+    server.SetApi(&api);
+    const int tokenSeconds = parser.value(tokenSecondsOption).toInt(&ok);
+    if (!ok || tokenSeconds < 0)
+        return Fail(QStringLiteral("bad token lifetime: ") + parser.value(tokenSecondsOption));
+    api.SetTokenSeconds(tokenSeconds);
+    const int retryAfter = parser.value(retryAfterOption).toInt(&ok);
+    if (!ok || retryAfter < 0)
+        return Fail(QStringLiteral("bad Retry-After: ") + parser.value(retryAfterOption));
+    api.SetRetryAfter(retryAfter);
 
     const QString probe = parser.value(probeOption);
     if (probe == QLatin1String("empty"))
@@ -175,6 +204,10 @@ int main(int argc, char* argv[]) {
             fault.mode = SiteFault::Mode::Huge;
         else if (mode == QLatin1String("drip"))
             fault.mode = SiteFault::Mode::Drip;
+        else if (mode == QLatin1String("429"))
+            fault.mode = SiteFault::Mode::TooManyRequests;
+        else if (mode == QLatin1String("401"))
+            fault.mode = SiteFault::Mode::Unauthorized;
         else
             return Fail(QStringLiteral("bad fault: ") + faultText);
         // An empty text would match every URL; that is allowed, but only when asked for with "=".
