@@ -96,6 +96,8 @@ bool ApiClient::Pause(qint64 ms) {
     bool due = false;
     QTimer timer;
     timer.setSingleShot(true);
+    // A coarse timer may fire 5% early, and a retry before Retry-After is one the service refuses.
+    timer.setTimerType(Qt::PreciseTimer);
     QObject::connect(&timer, &QTimer::timeout, [&due] { due = true; });
     timer.start(int(ms));
     while (!due) {
