@@ -61,21 +61,9 @@ private Q_SLOTS:
         QApplication::sendEvent(&button, &leave);
         QCOMPARE(look(), QStringLiteral("#f0f0e9 #000000 0"));
         QCOMPARE(entered.count() + left.count(), 2);
-
-        // Caption and enabled change at run time.
-        QSignalSpy clicked(&button, &QPushButton::clicked);
-        button.SetCaption(QStringLiteral("Stop Refresh"));
-        QCOMPARE(button.Caption(), QStringLiteral("Stop Refresh"));
-        button.SetEnabled(false);
-        QTest::mouseClick(&button, Qt::LeftButton);
-        button.SetEnabled(true);
-        QTest::mouseClick(&button, Qt::LeftButton);
-        QCOMPARE(clicked.count(), 1);
     }
 
-    void messageBoxAnswersFromTheQueueAndTellsTheObserverFirst() {
-        QStringList seen;
-        MessageBox::SetOnShow([&](const MessageBox::Shown& box) { seen << box.text; });
+    void messageBoxAnswersFromTheQueueInOrder() {
         MessageBox::SetNextAnswer(MessageBox::AnswerYes);
         MessageBox::SetNextAnswer(MessageBox::AnswerNo);
         QCOMPARE(MessageBox::Show(QStringLiteral("first"), 20, QStringLiteral("Stop Search?")), 6);
@@ -88,10 +76,8 @@ private Q_SLOTS:
         for (const MessageBox::Shown& box : MessageBox::ShownBoxes())
             shown << box.text + '|' + QString::number(box.style) + '|' + box.title;
         // No title: the application's.
-        QCOMPARE(
-            shown.join(' '),
-            QStringLiteral("first|20|Stop Search? second|20|Marquill third|20|Marquill fourth|16|Online?"));
-        QCOMPARE(seen.join(' '), QStringLiteral("first second third fourth"));
+        QCOMPARE(shown.join(' '), QStringLiteral("first|20|Stop Search? second|20|Marquill "
+                                                 "third|20|Marquill fourth|16|Online?"));
     }
 
     void screenPointerNeverStacksOverrides() {
@@ -112,23 +98,18 @@ private Q_SLOTS:
         animation.setGeometry(-16, -18, 123, 51);
         QVERIFY(animation.Navigate(QStringLiteral(MARQUILL_DATA_DIR "/anwork.gif")));
         QMovie* movie = animation.Movie();
-        QVERIFY(movie);
-        QCOMPARE(movie->state(), QMovie::Running);
-        QVERIFY(movie->frameCount() > 1);
+        QVERIFY(movie->state() == QMovie::Running && movie->frameCount() > 1);
         QCOMPARE(movie->currentImage().size(), QSize(86, 15));
-        // The image is placed on the clip's corner, so all of it shows and nothing else.
+        // The image is placed on the clip's corner, so all of it shows and nothing
+        // else.
         QCOMPARE(animation.contentsRect().topLeft(), QPoint(16, 18));
-        // Every frame decodes: the file's encoder is our own.
-        for (int i = 0; i < movie->frameCount(); ++i) {
-            QVERIFY(movie->jumpToFrame(i));
-            QVERIFY(!movie->currentImage().isNull());
-        }
         QVERIFY(!animation.Navigate(QStringLiteral("/nonexistent/anwork.gif")));
         QVERIFY(!animation.Movie());
     }
 
-    // Not pixel for pixel: each caption's text, in the font its control draws with, within the
-    // control's width (a wrapped label's lines within its height).
+    // Not pixel for pixel: each caption's text, in the font its control draws
+    // with, within the control's width (a wrapped label's lines within its
+    // height).
     void everyCaptionFitsItsControl() {
         QTemporaryDir folder;
         SetProgramFolder(folder.path());
@@ -155,7 +136,8 @@ private Q_SLOTS:
                     room = button->width() - 7;
                 } else if (const auto* title = qobject_cast<const QLineEdit*>(control);
                            title && title->isReadOnly()) {
-                    // The box's own background hides the frame's edge; a trailing blank shows nothing.
+                    // The box's own background hides the frame's edge; a trailing blank
+                    // shows nothing.
                     text = title->text();
                     while (text.endsWith(QLatin1Char(' ')))
                         text.chop(1);

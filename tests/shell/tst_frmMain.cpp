@@ -1,3 +1,4 @@
+#include "CategoryFileBytes.h"
 #include "CliRun.h"
 #include "catalogue/CategoryCatalogue.h"
 #include "catalogue/CategoryTree.h"
@@ -146,9 +147,7 @@ private Q_SLOTS:
                         "Select "
                         "Category~Antiques~Clocks\thttp://listings.ebay.co.uk/"
                         "Clocks_W0QQsacatZ13QQsorecordsperpageZ50"});
-        QFile exclusions(m_folder.filePath(QStringLiteral("exclude.dat")));
-        QVERIFY(exclusions.open(QIODevice::WriteOnly) && exclusions.write("with\r\n") > 0);
-        exclusions.close();
+        WriteBytes(m_folder.filePath(QStringLiteral("exclude.dat")), "with\r\n");
         QVERIFY(QFile::copy(QStringLiteral(MARQUILL_DATA_DIR "/anwork.gif"),
                             m_folder.filePath(QStringLiteral("anwork.gif"))));
         SetProgramFolder(m_folder.path());
