@@ -56,6 +56,20 @@ QStringList SiteEntries(const QString& path) {
     return entries;
 }
 
+// A load that only a Stop ends within the test's patience; it tells whether it was abandoned.
+class EndlessLoad final : public PageLoad {
+public:
+    explicit EndlessLoad(bool* abandoned) : m_abandoned(abandoned) {}
+    ~EndlessLoad() override { *m_abandoned = m_polls <= 1000; }
+    bool IsFinished() const override { return ++m_polls > 1000; }
+    PageResponse TakeResponse() override { return {}; }
+    void Abort() override {}
+
+private:
+    bool* m_abandoned;
+    mutable int m_polls = 0;
+};
+
 } // namespace
 
 class tst_modRetreiver : public QObject {
@@ -75,6 +89,7 @@ private Q_SLOTS:
     void nothingFoundPutsTheFormerEntriesBack();
     void stopDuringTheIndexWalkKeepsWhatWasFound();
     void stopDuringACategoryWalkKeepsWhatWasFound();
+    void stopDuringAPageLoadEndsTheLoad();
     void findsBoundEndsTheCrawlKeepingTheFinds();
     void unopenableFileCrawlsNothing();
     void fullRefreshOfBothSitesGivesTheSampleSitesCatalogue();
@@ -444,6 +459,30 @@ void tst_modRetreiver::stopDuringACategoryWalkKeepsWhatWasFound() {
     QCOMPARE(SiteEntries(m_path), entries);
     // The main category's page was loaded, and no other after the stop.
     QCOMPARE(m_files->StartCount(), 2);
+}
+
+void tst_modRetreiver::stopDuringAPageLoadEndsTheLoad() {
+    AddStoredPages();
+    // The second main category's page never comes.
+    struct : PageSource {
+        PageSource* files;
+        bool abandoned = false;
+        std::unique_ptr<PageLoad> Start(const QUrl& url) override {
+            return url == QUrl(DollsUrl) ? std::make_unique<EndlessLoad>(&abandoned) : files->Start(url);
+        }
+    } source;
+    source.files = m_files.get();
+    SetDefaultPageSource(&source);
+    Hooks().WaitForEvents = [this] {
+        if (m_captions.last() == QStringLiteral("Total found: 2") && m_stops == 0)
+            StopCommand();
+        QCoreApplication::processEvents();
+    };
+    const RefreshResult result = RefreshCategories();
+    QVERIFY(source.abandoned);
+    QCOMPARE(result.Outcome, RefreshOutcome::Stopped);
+    QCOMPARE(result.MainCount, 2);
+    QCOMPARE(CategoryFileSaveCount(), m_savesAtStop);
 }
 
 void tst_modRetreiver::findsBoundEndsTheCrawlKeepingTheFinds() {
