@@ -278,7 +278,7 @@ private Q_SLOTS:
         QTest::addColumn<int>("toPage");
         QTest::addColumn<int>("printed"); // rows in each copy
         QTest::newRow("cancel") << 150 << 0 << 0 << 0;
-        QTest::newRow("all pages") << 150 << 3 << 0 << 150;
+        QTest::newRow("all pages") << 400 << 2 << 0 << 400;
         QTest::newRow("two of four pages") << 150 << 2 << 2 << 80;
         QTest::newRow("one page") << 150 << 1 << 1 << 40;
         QTest::newRow("beyond the list") << 50 << 2 << 3 << 50;

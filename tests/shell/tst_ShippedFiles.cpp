@@ -1,5 +1,6 @@
 #include <QFile>
 #include <QImage>
+#include <QProcess>
 #include <QRegularExpression>
 #include <QTest>
 #include <QTextDocument>
@@ -31,6 +32,15 @@ private Q_SLOTS:
                             "doll bear dog cat tv lp ep amp sax key tan top tee vgc nwt")
                  .split(QLatin1Char(' ')))
             QVERIFY2(!joined.contains(word.toUpper()), qPrintable(word));
+    }
+
+    void programAnswersHelpWithoutADisplay() {
+        for (const char* option : {"--help", "-h"}) {
+            QProcess program;
+            program.start(QStringLiteral(MARQUILL_APP), {QLatin1String(option)});
+            QVERIFY(program.waitForFinished(20000) && program.exitCode() == 0);
+            QVERIFY2(program.readAllStandardOutput().startsWith("usage: "), option);
+        }
     }
 
     void helpTextCoversTheCommandsAndTheLogoHasItsSize() {

@@ -217,6 +217,7 @@ private Q_SLOTS:
         QCOMPARE(root->childCount() + root->child(0)->childCount(), 4);
         QVERIFY(tree->selectedItems().isEmpty());
         QCOMPARE(Control<QWidget>("centralwidget")->size(), QSize(549, 403));
+        QVERIFY(Control<ARButton>("cmdGetKeywords")->font().bold());
         QVERIFY(MessageBox::ShownBoxes().isEmpty());
         CheckState(true);
         site->setCurrentIndex(0);
