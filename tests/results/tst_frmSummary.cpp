@@ -27,8 +27,7 @@ namespace {
 void FillKeywordTable(const QVector<QPair<QString, int>>& entries) {
     HarvestState.KeywordTable.Reset();
     for (const auto& [word, count] : entries)
-        HarvestState.KeywordTable.SetCount(HarvestState.KeywordTable.Add(word, word.toUpper()),
-                                           QString::number(count));
+        HarvestState.KeywordTable.SetCount(HarvestState.KeywordTable.Add(word, word.toUpper()), count);
     HarvestState.KeywordsFound = std::int32_t(entries.size());
 }
 
