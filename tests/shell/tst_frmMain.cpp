@@ -1,5 +1,6 @@
 #include "CategoryFileBytes.h"
 #include "CliRun.h"
+#include "MemoryPageSource.h"
 #include "catalogue/CategoryCatalogue.h"
 #include "catalogue/CategoryTree.h"
 #include "harvest/PageSource.h"
@@ -47,26 +48,6 @@ QByteArray ListingPage(const QStringList& titles) {
     }
     return html + "<a href=\"http://pages.ebay.com/help\">Help pages</a></body></html>\n";
 }
-
-// Pages served from memory at once; every URL asked for is recorded.
-class MemoryPageSource final : public PageSource, public PageLoad {
-public:
-    QHash<QString, QByteArray> pages;
-    QStringList requested;
-    std::unique_ptr<PageLoad> Start(const QUrl& url) override {
-        requested.append(url.toString());
-        auto load = std::make_unique<MemoryPageSource>();
-        load->m_response = {pages.value(url.toString()), QStringLiteral("utf-8"), url,
-                            pages.contains(url.toString())};
-        return load;
-    }
-    bool IsFinished() const override { return true; }
-    PageResponse TakeResponse() override { return std::move(m_response); }
-    void Abort() override {}
-
-private:
-    PageResponse m_response;
-};
 
 } // namespace
 
@@ -131,7 +112,8 @@ class tst_frmMain : public QObject {
     }
     int Count(const char* word) const {
         const KeywordGrid& table = HarvestState.KeywordTable;
-        return table.Find(QLatin1String(word)) ? table.Count(table.Find(QLatin1String(word))).toInt() : 0;
+        const qsizetype at = table.Find(QString::fromLatin1(word));
+        return at ? table.Count(at).toInt() : 0;
     }
 
 private Q_SLOTS:
@@ -151,11 +133,11 @@ private Q_SLOTS:
         QVERIFY(QFile::copy(QStringLiteral(MARQUILL_DATA_DIR "/anwork.gif"),
                             m_folder.filePath(QStringLiteral("anwork.gif"))));
         SetProgramFolder(m_folder.path());
-        m_pages.pages.insert(DollsUrl, ListingPage({"Vintage Porcelain Doll", "Teddy Bear vintage mohair",
-                                                    "Porcelain doll house", "Rag doll with bonnet",
-                                                    "Steiff bear button", "Antique bisque doll head"}));
-        m_pages.pages.insert(CafeUrl, ListingPage({QStringLiteral("Blue cafe cup")}));
-        m_pages.pages.insert(BullionUrl, ListingPage({QStringLiteral("Silver bullion bar")}));
+        m_pages.Set(DollsUrl, ListingPage({"Vintage Porcelain Doll", "Teddy Bear vintage mohair",
+                                           "Porcelain doll house", "Rag doll with bonnet",
+                                           "Steiff bear button", "Antique bisque doll head"}));
+        m_pages.Set(CafeUrl, ListingPage({QStringLiteral("Blue cafe cup")}));
+        m_pages.Set(BullionUrl, ListingPage({QStringLiteral("Silver bullion bar")}));
         SetDefaultPageSource(&m_pages);
     }
     void cleanupTestCase() { SetDefaultPageSource(nullptr); }
@@ -183,7 +165,7 @@ private Q_SLOTS:
             // The summary's load is what puts the pointer back.
             ScreenPointer::Set(ScreenPointer::Default);
         });
-        m_pages.requested.clear();
+        m_pages.ClearRequested();
         m_window = std::make_unique<frmMain>();
         m_window->show();
         QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
@@ -288,7 +270,7 @@ private Q_SLOTS:
         QVERIFY(frameBehind);
         QCOMPARE(m_probes, probes);
         QCOMPARE(m_summaries, 0);
-        QVERIFY(m_pages.requested.isEmpty());
+        QVERIFY(m_pages.Requested().isEmpty());
         QVERIFY(HarvestState.SelectedPath.isEmpty());
         if (node.isEmpty())
             QCOMPARE(Control<QLabel>("lblMainTotal")->text(), QStringLiteral("Keywords Found: 0"));
@@ -322,7 +304,7 @@ private Q_SLOTS:
         ClickGetKeywords();
         QCOMPARE(pointers, (QList<int>{0, 11}));
         QCOMPARE(m_probes + m_exits, 1);
-        QCOMPARE(m_pages.requested, QStringList{DollsUrl});
+        QCOMPARE(m_pages.Requested(), QStringList{DollsUrl});
         QCOMPARE(m_summaries, 1);
         QCOMPARE(m_summarySaw, Dolls + QStringLiteral("|1|11|0|0"));
         QCOMPARE(HarvestState.AuctionsScanned, 6);
@@ -339,7 +321,7 @@ private Q_SLOTS:
         SelectNode(QStringLiteral("Select Category"));
         ClickGetKeywords();
         QCOMPARE(m_summarySaw.section('|', 0, 0), QStringLiteral("Select Category"));
-        QCOMPARE(QSet<QString>(m_pages.requested.begin(), m_pages.requested.end()),
+        QCOMPARE(QSet<QString>(m_pages.Requested().begin(), m_pages.Requested().end()),
                  (QSet<QString>{DollsUrl, CafeUrl, BullionUrl}));
         QCOMPARE(HarvestState.AuctionsScanned, 8);
     }
@@ -431,7 +413,7 @@ private Q_SLOTS:
         QVERIFY(openWhileUnwinding);
         QVERIFY(MessageBox::ShownBoxes().isEmpty());
         QCOMPARE(m_window->SelectedNode()->FullPath(), Dolls);
-        QCOMPARE(m_pages.requested.isEmpty(), inProbe);
+        QCOMPARE(m_pages.Requested().isEmpty(), inProbe);
         QCOMPARE(HarvestState.StopRequested, FlagTrue);
         QVERIFY(inProbe || HarvestState.AuctionsScanned < 6);
         QCOMPARE(m_summaries, 0);
