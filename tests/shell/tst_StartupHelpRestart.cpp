@@ -1,4 +1,5 @@
 #include "harvest/modMain.h"
+#include "platform/ARButton.h"
 #include "platform/HostHooks.h"
 #include "platform/MessageBox.h"
 #include "results/frmSummary.h"
@@ -10,7 +11,6 @@
 #include <QApplication>
 #include <QDir>
 #include <QFile>
-#include <QLabel>
 #include <QPushButton>
 #include <QTemporaryDir>
 #include <QTest>
@@ -18,60 +18,20 @@
 #include <QTimer>
 #include <memory>
 
-namespace {
-
-// Stands in for the main window: loaded on the first pass of the way to it, shown on every pass.
-struct MainWindowStandIn {
-    std::unique_ptr<QWidget> window;
-    int loads = 0;
-    int passes = 0;
-    std::function<void()> WayToMain() {
-        return [this] {
-            ++passes;
-            if (!window) {
-                window = std::make_unique<QWidget>();
-                ++loads;
-            }
-            window->show();
-        };
-    }
-};
-
-struct SeenHelp {
-    bool opened = false;
-    QString source;
-    QString text;
-    QWidget* owner = nullptr;
-    QPoint centreOffset;
-    QList<QSize> iconSizes;
-};
-
-// Looks at the help window from inside its modal loop and closes it with its own button.
-void CloseHelpWhenShown(SeenHelp& seen) {
-    QTimer::singleShot(0, [&seen] {
-        auto* help = qobject_cast<frmHelp*>(QApplication::activeModalWidget());
-        if (!help)
-            return;
-        seen.opened = true;
-        auto* browser = help->findChild<QTextBrowser*>(QStringLiteral("webHelp"));
-        seen.source = browser->source().toLocalFile();
-        seen.text = browser->toPlainText();
-        seen.owner = help->parentWidget();
-        seen.iconSizes = help->windowIcon().availableSizes();
-        if (seen.owner)
-            seen.centreOffset = help->frameGeometry().center() - seen.owner->frameGeometry().center();
-        QTest::mouseClick(help->findChild<QPushButton*>(QStringLiteral("cmdClose")), Qt::LeftButton);
-    });
-}
-
-} // namespace
-
 class tst_StartupHelpRestart : public QObject {
     Q_OBJECT
 
     QStringList m_started;
     int m_ends = 0;
     QTemporaryDir m_folder;
+
+    static void Click(QWidget& window, const char* button) {
+        QTest::mouseClick(window.findChild<QPushButton*>(QLatin1String(button)), Qt::LeftButton);
+    }
+    void MakeFile(const QString& name, const QByteArray& bytes = {}) {
+        QFile file(m_folder.filePath(name));
+        QVERIFY(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size());
+    }
 
 private Q_SLOTS:
     void init() {
@@ -83,192 +43,156 @@ private Q_SLOTS:
         m_ends = 0;
         ProcessControl().StartDetached = [this](const QString& program) {
             m_started << program;
-            return true;
+            return !program.endsWith(QLatin1String("Marquill") + ExecutableSuffix());
         };
         ProcessControl().EndProcess = [this] { ++m_ends; };
         SetProgramFolder(m_folder.path());
-        HarvestState.KeywordTable.Reset();
-        HarvestState.KeywordsFound = 0;
     }
     void cleanup() {
         SetProgramFolder(QString());
-        QFile::remove(m_folder.filePath(QStringLiteral("Marquill")));
-        QFile::remove(m_folder.filePath(QStringLiteral("Marquillb")));
-        QFile::remove(m_folder.filePath(QStringLiteral("helpfile.htm")));
-        QFile::remove(m_folder.filePath(QStringLiteral("started.mark")));
+        for (const QString& name : QDir(m_folder.path()).entryList(QDir::Files))
+            QFile::remove(m_folder.filePath(name));
     }
 
-    void buttonLeadsToTheMainWindowOnce() {
-        MainWindowStandIn main;
-        frmWarning warning(main.WayToMain());
-        warning.show();
-        QVERIFY(!main.window);
-        QTest::mouseClick(warning.findChild<QPushButton*>(QStringLiteral("ARButton1")), Qt::LeftButton);
-        QCOMPARE(main.loads, 1);
-        QCOMPARE(main.passes, 2);
-        QVERIFY(main.window->isVisible());
-        QVERIFY(!warning.isVisible());
+    void startupWindowLeadsToTheMainWindowOnce_data() {
+        QTest::addColumn<bool>("button");
+        QTest::newRow("button") << true;
+        QTest::newRow("close box") << false;
     }
-
-    void closeBoxLeadsToTheMainWindowToo() {
-        MainWindowStandIn main;
-        frmWarning warning(main.WayToMain());
-        warning.show();
-        QVERIFY(warning.close());
-        QCOMPARE(main.loads, 1);
-        QVERIFY(main.window->isVisible());
-        QVERIFY(!warning.isVisible());
-    }
-
-    void startupWindowTellsHowToWork() {
-        MainWindowStandIn main;
-        frmWarning warning(main.WayToMain());
-        QCOMPARE(warning.size(), QSize(450, 364));
-        QCOMPARE(warning.windowTitle(), QStringLiteral("Marquill"));
-        QCOMPARE(warning.findChild<QLabel*>(QStringLiteral("Label17"))->text(),
-                 QStringLiteral("1. Select ebay.com or ebay.co.uk."));
-        QCOMPARE(warning.findChild<QLabel*>(QStringLiteral("Label20"))->text(),
-                 QStringLiteral("4. Click on Get Keywords button."));
-        QCOMPARE(warning.findChild<QLabel*>(QStringLiteral("Label17"))->geometry(), QRect(36, 172, 333, 21));
-        auto* button = warning.findChild<QPushButton*>(QStringLiteral("ARButton1"));
-        QCOMPARE(button->text(), QStringLiteral("Go to Marquill"));
-        QCOMPARE(button->geometry(), QRect(232, 312, 169, 33));
+    void startupWindowLeadsToTheMainWindowOnce() {
+        QFETCH(bool, button);
+        std::unique_ptr<QWidget> main;
+        int loads = 0;
+        frmWarning warning([&] {
+            if (!main) {
+                main = std::make_unique<QWidget>();
+                ++loads;
+            }
+            main->show();
+        });
         QVERIFY(warning.windowFlags() & Qt::WindowCloseButtonHint);
         QVERIFY(!(warning.windowFlags() & Qt::WindowMinimizeButtonHint));
         QCOMPARE(warning.windowIcon().availableSizes(),
                  (QList<QSize>{{16, 16}, {32, 32}, {48, 48}, {256, 256}}));
+        warning.show();
+        QVERIFY(!main);
+        if (button)
+            Click(warning, "ARButton1");
+        else
+            QVERIFY(warning.close());
+        QCOMPARE(loads, 1);
+        QVERIFY(main->isVisible() && !warning.isVisible());
     }
 
-    void helpOpensOverTheSummaryAndReturnsToIt() {
-        QFile file(m_folder.filePath(QStringLiteral("helpfile.htm")));
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write("<html><body><h1>How to search</h1></body></html>");
-        file.close();
-        QWidget owner;
-        owner.setGeometry(90, 70, 640, 480);
-        owner.show();
-        frmSummary summary(&owner);
-        summary.show();
-        QVERIFY((summary.frameGeometry().center() - owner.frameGeometry().center()).manhattanLength() <= 1);
-        SeenHelp seen;
-        CloseHelpWhenShown(seen);
-        QTest::mouseClick(summary.findChild<QPushButton*>(QStringLiteral("cmdHelp")), Qt::LeftButton);
-        QVERIFY(seen.opened);
-        QCOMPARE(seen.owner, &summary);
-        QCOMPARE(seen.iconSizes, summary.windowIcon().availableSizes());
-        QCOMPARE(seen.iconSizes.size(), 4);
-        QCOMPARE(seen.source, m_folder.filePath(QStringLiteral("helpfile.htm")));
-        QVERIFY(seen.text.contains(QStringLiteral("How to search")));
-        QVERIFY2(seen.centreOffset.manhattanLength() <= 1, "the help window opens centred on the summary");
-        QCOMPARE(QApplication::activeModalWidget(), &summary);
-        QVERIFY(summary.isVisible());
+    void helpOpensCentredOverItsOwnerAndReturnsToIt_data() {
+        QTest::addColumn<QString>("from");
+        QTest::addColumn<QByteArray>("file"); // the help file beside the program; empty for none
+        QTest::addColumn<QString>("text");
+        QTest::newRow("summary") << "summary"
+                                 << QByteArray("<html><body><h1>How to search</h1></body></html>")
+                                 << "How to search";
+        QTest::newRow("main window") << "main" << QByteArray("shipped") << "Refreshing the categories";
+        QTest::newRow("no file") << "other" << QByteArray() << "";
+    }
+    void helpOpensCentredOverItsOwnerAndReturnsToIt() {
+        QFETCH(QString, from);
+        QFETCH(QByteArray, file);
+        QFETCH(QString, text);
+        if (file == "shipped")
+            QVERIFY(QFile::copy(QStringLiteral(MARQUILL_DATA_DIR "/helpfile.htm"),
+                                m_folder.filePath(QStringLiteral("helpfile.htm"))));
+        else if (!file.isEmpty())
+            MakeFile(QStringLiteral("helpfile.htm"), file);
+        QWidget top;
+        top.setGeometry(90, 70, 640, 480);
+        top.show();
+        std::unique_ptr<QWidget> owner;
+        if (from == "summary")
+            owner = std::make_unique<frmSummary>(&top);
+        else if (from == "main")
+            owner = std::make_unique<frmMain>();
+        if (owner)
+            owner->show();
+        QWidget* expectedOwner = owner ? owner.get() : &top;
+        QWidget* modalBefore = QApplication::activeModalWidget();
+        // Looked at from inside its modal loop, and closed with its own button.
+        QWidget* helpOwner = nullptr;
+        QString seen;
+        int iconSizes = 0;
+        QPoint offCentre;
+        QTimer::singleShot(0, [&] {
+            auto* help = qobject_cast<frmHelp*>(QApplication::activeModalWidget());
+            auto* browser = help->findChild<QTextBrowser*>(QStringLiteral("webHelp"));
+            seen = browser->source().toLocalFile() + '|' + browser->toPlainText().trimmed();
+            helpOwner = help->parentWidget();
+            iconSizes = int(help->windowIcon().availableSizes().size()) +
+                        (help->findChild<ARButton*>(QStringLiteral("cmdClose"))->BackColor() ==
+                         QPalette().color(QPalette::Button));
+            offCentre = help->frameGeometry().center() - expectedOwner->frameGeometry().center();
+            Click(*help, "cmdClose");
+        });
+        if (owner)
+            Click(*owner, "cmdHelp");
+        else
+            ShowHelp(&top);
+        QVERIFY2(seen.startsWith(m_folder.filePath(QStringLiteral("helpfile.htm")) + '|') &&
+                     (text.isEmpty() ? seen.endsWith('|') : seen.contains(text)),
+                 qPrintable(seen));
+        QCOMPARE(helpOwner, expectedOwner);
+        QCOMPARE(iconSizes, 4 + 1); // and the close button in the system's button colour
+        QVERIFY(offCentre.manhattanLength() <= 1);
+        QCOMPARE(QApplication::activeModalWidget(), modalBefore);
     }
 
-    void helpOpensOverTheMainWindow() {
-        QVERIFY(QFile::copy(QStringLiteral(MARQUILL_DATA_DIR "/helpfile.htm"),
-                            m_folder.filePath(QStringLiteral("helpfile.htm"))));
-        frmMain window;
-        window.show();
-        SeenHelp seen;
-        CloseHelpWhenShown(seen);
-        QTest::mouseClick(window.findChild<QPushButton*>(QStringLiteral("cmdHelp")), Qt::LeftButton);
-        QVERIFY(seen.opened);
-        QCOMPARE(seen.owner, &window);
-        QCOMPARE(window.windowIcon().availableSizes(), seen.iconSizes);
-        QVERIFY(seen.text.contains(QStringLiteral("Refreshing the categories")));
-        QCOMPARE(QApplication::activeModalWidget(), nullptr);
-        QFile::remove(m_folder.filePath(QStringLiteral("aeurl.xml")));
-    }
-
-    void helpWindowWithoutItsFileStillOpens() {
-        QWidget owner;
-        owner.show();
-        SeenHelp seen;
-        CloseHelpWhenShown(seen);
-        ShowHelp(&owner);
-        QVERIFY(seen.opened);
-        QCOMPARE(seen.owner, &owner);
-        QVERIFY(seen.text.trimmed().isEmpty());
-    }
-
-    void newSearchTargetIsTheOtherName_data() {
-        QTest::addColumn<QString>("running");
-        QTest::addColumn<QString>("target");
-        QTest::newRow("Marquill") << QStringLiteral("Marquill") << QStringLiteral("/opt/m/Marquillb");
-        QTest::newRow("Marquillb") << QStringLiteral("Marquillb") << QStringLiteral("/opt/m/Marquill");
-        QTest::newRow("capitals differ") << QStringLiteral("marquill") << QStringLiteral("/opt/m/Marquill");
-        QTest::newRow("third name") << QStringLiteral("Keywords") << QStringLiteral("/opt/m/Marquill");
-    }
     void newSearchTargetIsTheOtherName() {
-        QFETCH(QString, running);
-        QFETCH(QString, target);
-        QCOMPARE(NewSearchTarget(QStringLiteral("/opt/m"), running), target + ExecutableSuffix());
-    }
-
-    void runningNameIsThisProgramsName() {
         QCOMPARE(RunningProgramName(), QStringLiteral("tst_StartupHelpRestart"));
+        for (const auto& [running, target] : QList<QPair<QString, QString>>{{"Marquill", "Marquillb"},
+                                                                            {"Marquillb", "Marquill"},
+                                                                            {"marquill", "Marquill"},
+                                                                            {"Keywords", "Marquill"}})
+            QCOMPARE(NewSearchTarget(QStringLiteral("/opt/m"), running),
+                     "/opt/m/" + target + ExecutableSuffix());
     }
 
+    void newSearchStartsTheOtherCopyAndEndsThisOne_data() {
+        QTest::addColumn<QString>("running");
+        QTest::addColumn<bool>("present"); // the other copy's file
+        QTest::addColumn<int>("started");
+        QTest::addColumn<bool>("ends");
+        QTest::newRow("started") << "Marquill" << true << 1 << true;
+        QTest::newRow("missing file") << "Marquillb" << false << 0 << false;
+        QTest::newRow("will not start") << "marquill" << true << 1 << false;
+    }
     void newSearchStartsTheOtherCopyAndEndsThisOne() {
-        QFile other(m_folder.filePath(QStringLiteral("Marquillb") + ExecutableSuffix()));
-        QVERIFY(other.open(QIODevice::WriteOnly));
-        other.close();
-        ProcessControl().RunningName = [] { return QStringLiteral("Marquill"); };
+        QFETCH(QString, running);
+        QFETCH(bool, present);
+        QFETCH(int, started);
+        QFETCH(bool, ends);
+        const QString target = NewSearchTarget(m_folder.path(), running);
+        if (present)
+            MakeFile(QFileInfo(target).fileName());
+        ProcessControl().RunningName = [running] { return running; };
         frmSummary summary(nullptr);
         summary.show();
-        QTest::mouseClick(summary.findChild<QPushButton*>(QStringLiteral("ARButton2")), Qt::LeftButton);
-        QCOMPARE(m_started, QStringList{other.fileName()});
-        QCOMPARE(m_ends, 1);
-        QVERIFY(!summary.isVisible());
-        QVERIFY(MessageBox::ShownBoxes().isEmpty());
-    }
-
-    void missingProgramFileIsToldAndTheSummaryStays() {
-        ProcessControl().RunningName = [] { return QStringLiteral("Marquillb"); };
-        frmSummary summary(nullptr);
-        summary.show();
-        QTest::mouseClick(summary.findChild<QPushButton*>(QStringLiteral("ARButton2")), Qt::LeftButton);
-        QVERIFY(m_started.isEmpty());
-        QCOMPARE(m_ends, 0);
-        QVERIFY(summary.isVisible());
-        QCOMPARE(MessageBox::ShownBoxes().size(), 1);
-        const QString target = m_folder.filePath(QStringLiteral("Marquill") + ExecutableSuffix());
-        QCOMPARE(MessageBox::ShownBoxes()[0].text,
-                 QStringLiteral("Cannot start ") + QDir::toNativeSeparators(target));
-        QCOMPARE(MessageBox::ShownBoxes()[0].style, 16);
-    }
-
-    void programThatWillNotStartIsToldToo() {
-        QFile other(m_folder.filePath(QStringLiteral("Marquill") + ExecutableSuffix()));
-        QVERIFY(other.open(QIODevice::WriteOnly));
-        other.close();
-        ProcessControl().RunningName = [] { return QStringLiteral("marquill"); };
-        ProcessControl().StartDetached = [this](const QString& program) {
-            m_started << program;
-            return false;
-        };
-        frmSummary summary(nullptr);
-        summary.show();
-        QTest::mouseClick(summary.findChild<QPushButton*>(QStringLiteral("ARButton2")), Qt::LeftButton);
-        QCOMPARE(m_started.size(), 1);
-        QCOMPARE(m_ends, 0);
-        QVERIFY(summary.isVisible());
-        QCOMPARE(MessageBox::ShownBoxes().size(), 1);
-        QVERIFY(MessageBox::ShownBoxes()[0].text.startsWith(QStringLiteral("Cannot start ")));
+        Click(summary, "ARButton2");
+        QCOMPARE(m_started, QStringList(started, target));
+        QCOMPARE(m_ends, int(ends));
+        QCOMPARE(summary.isVisible(), !ends);
+        QCOMPARE(MessageBox::ShownBoxes().size(), int(!ends));
+        for (const MessageBox::Shown& box : MessageBox::ShownBoxes())
+            QCOMPARE(box.text + '|' + QString::number(box.style),
+                     "Cannot start " + QDir::toNativeSeparators(target) + "|16");
     }
 
     void realStartRunsTheOtherProgramFile() {
         // A stand-in for the other copy that leaves a mark when it runs.
-        const QString target = m_folder.filePath(QStringLiteral("Marquillb") + ExecutableSuffix());
         const QString mark = m_folder.filePath(QStringLiteral("started.mark"));
-        QFile script(target);
-        QVERIFY(script.open(QIODevice::WriteOnly));
-        script.write("#!/bin/sh\ntouch \"" + mark.toUtf8() + "\"\n");
-        script.close();
+        MakeFile(QStringLiteral("Marquillb") + ExecutableSuffix(),
+                 "#!/bin/sh\ntouch \"" + mark.toUtf8() + "\"\n");
+        QFile script(m_folder.filePath(QStringLiteral("Marquillb") + ExecutableSuffix()));
         QVERIFY(script.setPermissions(script.permissions() | QFileDevice::ExeOwner));
         ResetProcessControl();
         ProcessControl().RunningName = [] { return QStringLiteral("Marquill"); };
-        ProcessControl().EndProcess = [this] { ++m_ends; };
         QWidget owner;
         QVERIFY(StartNewSearch(&owner));
         QTRY_VERIFY(QFile::exists(mark));
@@ -278,10 +202,9 @@ private Q_SLOTS:
     void exitEndsTheProcessWithoutAQuestion() {
         frmSummary summary(nullptr);
         summary.show();
-        QTest::mouseClick(summary.findChild<QPushButton*>(QStringLiteral("cmdExit")), Qt::LeftButton);
+        Click(summary, "cmdExit");
         QCOMPARE(m_ends, 1);
-        QVERIFY(MessageBox::ShownBoxes().isEmpty());
-        QVERIFY(m_started.isEmpty());
+        QVERIFY(MessageBox::ShownBoxes().isEmpty() && m_started.isEmpty());
     }
 };
 
