@@ -1,6 +1,7 @@
 #pragma once
 
-// Runs marquill-cli for a test and reads back what it printed, beside the sample site.
+// Runs marquill-cli for a test and reads back what it printed, beside the
+// sample site.
 #include "HostHooks.h"
 #include "SiteSim.h"
 #include "modMain.h"
@@ -25,8 +26,8 @@ struct Run {
     QJsonObject json() const { return QJsonDocument::fromJson(out).object(); }
 };
 
-// Waits with the event loop turning, so that a server of this process can answer the tool. An
-// empty environment is this process's.
+// Waits with the event loop turning, so that a server of this process can
+// answer the tool. An empty environment is this process's.
 inline Run runProgram(const QString& program, const QStringList& arguments,
                       const QProcessEnvironment& environment = {}) {
     QProcess process;
@@ -52,7 +53,8 @@ inline Run runCli(const QStringList& arguments, const QString& localeVariable = 
     return runProgram(QStringLiteral(MARQUILL_CLI), arguments, environment);
 }
 
-// Writes a catalogue of one site ("FullPath<TAB>URL" lines) into the category file of the folder.
+// Writes a catalogue of one site ("FullPath<TAB>URL" lines) into the category
+// file of the folder.
 inline void writeCatalogue(const QString& folder, const QString& site, const QStringList& lines) {
     Hooks().SiteLabel = [site] { return site; };
     const QString path = folder + "/aeurl.xml";
@@ -69,15 +71,6 @@ inline void writeCatalogue(const QString& folder, const QString& site, const QSt
     ReleaseCategoryFile();
 }
 
-using Rows = QList<QStringList>;
-
-inline Rows rowsOf(const QJsonObject& result) {
-    Rows rows;
-    for (const QJsonValue word : result["words"].toArray())
-        rows << QStringList{word["word"].toString(), QString::number(word["count"].toInteger())};
-    return rows;
-}
-
 // The printed list: lower-case words, highest count first.
 inline void verifyList(const QByteArray& csv) {
     QVERIFY(!csv.isEmpty());
@@ -89,7 +82,8 @@ inline void verifyList(const QByteArray& csv) {
     }
 }
 
-// The sample site with a catalogue of its US site in a folder of its own, exclusion file beside it.
+// The sample site with a catalogue of its US site in a folder of its own,
+// exclusion file beside it.
 struct CliFixture {
     void SetUp() {
         site = std::make_unique<SiteSim>(QStringList{"--latency", "5"});
@@ -98,7 +92,8 @@ struct CliFixture {
         writeCatalogue(dir.path(), USSiteLabel, catalogue);
         QVERIFY(QFile::copy(QStringLiteral(MARQUILL_DATA_DIR "/exclude.dat"), dir.filePath("exclude.dat")));
     }
-    // --site, --data and --proxy of a search of the fixture's site, or of another.
+    // --site, --data and --proxy of a search of the fixture's site, or of
+    // another.
     QStringList Common(const SiteSim* other = nullptr) const {
         return {"--site",   USSiteLabel, "--data",
                 dir.path(), "--proxy",   (other ? other : site.get())->proxyUrl().toString()};
