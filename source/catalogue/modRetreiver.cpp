@@ -27,8 +27,12 @@ const QString NoLinkValue = QStringLiteral("[object]");
 
 void LoadPage(BrowserPage& page, const QString& url) {
     page.Navigate(url);
-    while (page.ReadyState() != 4)
+    while (page.ReadyState() != 4) {
         Hooks().WaitForEvents();
+        // A stopped refresh walks no more of any page, so the rest of this one is not waited for.
+        if (HarvestState.StopRequested == FlagTrue)
+            page.Stop();
+    }
 }
 
 // Trims blanks only, as the See-all test names them.

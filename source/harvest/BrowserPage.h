@@ -3,6 +3,7 @@
 #include "PageSource.h"
 
 #include <QString>
+#include <QStringView>
 #include <memory>
 #include <vector>
 
@@ -14,8 +15,9 @@ class HtmlDocument;
 class HtmlElement {
 public:
     virtual ~HtmlElement() = default;
-    // For a link (an anchor or area with an href) its target as an absolute URL: an absolute href
-    // as written, a relative one resolved against the page's URL. For any other element "[object]".
+    // For a link (an anchor or area with an href) its target as an absolute URL: an href that names
+    // a scheme as written, a relative one resolved against the page's base with its percent escapes
+    // kept, as a browser's href property gives it. For any other element "[object]".
     virtual QString DefaultValue() const = 0;
     // The markup inside the element, element names in capitals ("<IMG ..."), text escaped as the
     // HTML fragment serialization escapes it.
@@ -28,6 +30,13 @@ public:
     virtual HtmlElement* parentElement() const = 0;
     // The element's name in capitals, such as "B".
     virtual QString tagName() const = 0;
+
+    // DefaultValue().startsWith(prefix) and innerHTML().startsWith(prefix), case-sensitive, for
+    // a walk that looks at the start only: they read no more of the element than that needs.
+    virtual bool DefaultValueStartsWith(QStringView prefix) const {
+        return DefaultValue().startsWith(prefix);
+    }
+    virtual bool InnerHtmlStartsWith(QStringView prefix) const { return innerHTML().startsWith(prefix); }
 };
 
 class HtmlDocument {

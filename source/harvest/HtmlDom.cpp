@@ -1,58 +1,325 @@
 #include "HtmlDom.h"
 
+#include "HtmlTokens.h"
+#include "LinkTarget.h"
+
 #include <algorithm>
-#include <array>
-#include <cctype>
 #include <climits>
+#include <cstdint>
 #include <cstring>
-#include <deque>
 #include <libxml/HTMLparser.h>
-#include <libxml/SAX2.h>
-#include <libxml/encoding.h>
+#include <libxml/dict.h>
 #include <libxml/parser.h>
-#include <libxml/tree.h>
+#include <libxml/xmlerror.h>
+#include <string>
+#include <string_view>
+#include <vector>
 
 namespace {
 
-bool NameIs(const xmlNode* node, const char* name) {
-    return node->name && std::strcmp(reinterpret_cast<const char*>(node->name), name) == 0;
+enum class NodeKind : std::uint8_t { Element, Text, Comment };
+
+enum ElementFlag : std::uint16_t {
+    VoidElement = 1 << 0,
+    RawTextElement = 1 << 1, // its text is written out as it came
+    BlockElement = 1 << 2,
+    CellElement = 1 << 3,
+    HiddenElement = 1 << 4, // no rendered text
+    BreakElement = 1 << 5,
+    LinkElement = 1 << 6, // a link when it has an href
+    BaseElement = 1 << 7,
+    AnchorElement = 1 << 8,
+    // A link opened inside it does not end a link opened outside it.
+    ScopeElement = 1 << 9,
+};
+
+std::uint16_t FlagsOfName(std::string_view name) {
+    struct Entry {
+        const char* name;
+        std::uint16_t flags;
+    };
+    static const Entry entries[] = {
+        {"a", LinkElement | AnchorElement},
+        {"area", LinkElement | VoidElement},
+        {"base", BaseElement | VoidElement},
+        {"br", BreakElement | VoidElement},
+        {"td", CellElement | ScopeElement},
+        {"th", CellElement | ScopeElement},
+        {"caption", BlockElement | ScopeElement},
+        {"applet", ScopeElement},
+        {"object", ScopeElement},
+        {"marquee", ScopeElement},
+        {"template", ScopeElement},
+        {"script", RawTextElement | HiddenElement},
+        {"style", RawTextElement | HiddenElement},
+        {"head", HiddenElement},
+        {"title", HiddenElement},
+        {"xmp", RawTextElement},
+        {"iframe", RawTextElement},
+        {"noembed", RawTextElement},
+        {"noframes", RawTextElement},
+        {"plaintext", RawTextElement},
+        {"hr", BlockElement | VoidElement},
+    };
+    for (const Entry& entry : entries)
+        if (name == entry.name)
+            return entry.flags;
+    static const char* const voids[] = {"basefont", "bgsound", "col",  "embed", "frame",  "img",   "input",
+                                        "keygen",   "link",    "meta", "param", "source", "track", "wbr"};
+    for (const char* known : voids)
+        if (name == known)
+            return VoidElement;
+    static const char* const blocks[] = {
+        "address", "article", "aside",    "blockquote", "caption", "center", "dd",   "div",
+        "dl",      "dt",      "fieldset", "figure",     "footer",  "form",   "h1",   "h2",
+        "h3",      "h4",      "h5",       "h6",         "header",  "li",     "main", "nav",
+        "ol",      "p",       "pre",      "section",    "table",   "tr",     "ul"};
+    for (const char* known : blocks)
+        if (name == known)
+            return BlockElement;
+    return 0;
 }
 
-bool NameIn(const xmlNode* node, std::initializer_list<const char*> names) {
-    for (const char* name : names)
-        if (NameIs(node, name))
+struct DomNode {
+    DomNode* parent = nullptr;
+    DomNode* firstChild = nullptr;
+    DomNode* lastChild = nullptr;
+    DomNode* next = nullptr;
+    NodeKind kind = NodeKind::Text;
+};
+
+// A run of text or a comment: its bytes lie in the document's character store.
+struct DomCharacters : DomNode {
+    std::uint32_t offset = 0;
+    std::uint32_t length = 0;
+};
+
+// Nodes are made in blocks, so a page of thousands of elements costs a handful of allocations.
+template <class T> class NodePool {
+public:
+    T* Make() {
+        if (m_blocks.empty() || m_used == BlockSize) {
+            m_blocks.push_back(std::make_unique<T[]>(BlockSize));
+            m_used = 0;
+        }
+        return &m_blocks.back()[m_used++];
+    }
+
+private:
+    static constexpr std::size_t BlockSize = 256;
+    std::vector<std::unique_ptr<T[]>> m_blocks;
+    std::size_t m_used = 0;
+};
+
+class DomDocument;
+
+class DomElement final : public HtmlElement, public DomNode {
+public:
+    DomElement() { kind = NodeKind::Element; }
+    void Set(const DomDocument* document, const char* name, std::uint16_t flags, std::uint32_t firstAttribute,
+             std::uint32_t attributeCount) {
+        m_document = document;
+        m_name = name;
+        m_flags = flags;
+        m_firstAttribute = firstAttribute;
+        m_attributeCount = attributeCount;
+    }
+
+    QString DefaultValue() const override;
+    QString innerHTML() const override;
+    QString outerHTML() const override;
+    QString innerText() const override;
+    HtmlElement* parentElement() const override {
+        return parent && parent->kind == NodeKind::Element ? static_cast<DomElement*>(parent) : nullptr;
+    }
+    QString tagName() const override;
+    bool DefaultValueStartsWith(QStringView prefix) const override;
+    bool InnerHtmlStartsWith(QStringView prefix) const override;
+
+    const char* Name() const { return m_name; }
+    std::uint16_t Flags() const { return m_flags; }
+    std::uint32_t FirstAttribute() const { return m_firstAttribute; }
+    std::uint32_t AttributeCount() const { return m_attributeCount; }
+    // The attribute's value, and whether the element has it.
+    bool Attribute(const char* name, std::string_view* value) const;
+
+private:
+    const DomDocument* m_document = nullptr;
+    const char* m_name = "";
+    std::uint16_t m_flags = 0;
+    std::uint32_t m_firstAttribute = 0;
+    std::uint32_t m_attributeCount = 0;
+};
+
+class DomDocument final : public HtmlDocument {
+public:
+    explicit DomDocument(const QUrl& pageUrl) : m_base(pageUrl.toString(QUrl::FullyEncoded)) {
+        m_baseOrigin = OriginOf(m_base);
+    }
+    ~DomDocument() override {
+        if (m_dictionary)
+            xmlDictFree(m_dictionary);
+    }
+    DomDocument(const DomDocument&) = delete;
+    DomDocument& operator=(const DomDocument&) = delete;
+
+    const std::vector<HtmlElement*>& links() const override { return m_links; }
+    const std::vector<HtmlElement*>& all() const override { return m_all; }
+    HtmlElement* documentElement() const override { return m_root; }
+
+    // Element names point into the parser's dictionary, which the document keeps.
+    void KeepDictionary(xmlDictPtr dictionary) {
+        if (dictionary && xmlDictReference(dictionary) == 0)
+            m_dictionary = dictionary;
+    }
+    // The text and names that libxml2 saw only as stand-ins; the text becomes the document's own.
+    void TakeSource(NormalisedHtml& source) {
+        m_source = std::move(source);
+        m_chars = std::move(m_source.text);
+    }
+
+    DomElement* AddElement(DomNode* parent, const xmlChar* name, const xmlChar** attributes) {
+        const char* text = RestoreName(reinterpret_cast<const char*>(name), m_source.names);
+        // The only attribute the parser saw stands for the list of the tag's own.
+        NormalisedHtml::Piece list{0, 0};
+        if (attributes && attributes[0] && attributes[1])
+            if (const NormalisedHtml::Piece* found =
+                    AttributeListOf(reinterpret_cast<const char*>(attributes[1]), m_source))
+                list = *found;
+        DomElement* element = m_elementPool.Make();
+        element->Set(this, text, Flags(text), list.offset, list.length);
+        if (parent)
+            Append(parent, element);
+        else if (!m_root)
+            m_root = element;
+        m_all.push_back(element);
+        std::string_view href;
+        if (element->Flags() & LinkElement) {
+            if (element->Attribute("href", &href))
+                m_links.push_back(element);
+        } else if ((element->Flags() & BaseElement) && !m_baseSeen && element->Attribute("href", &href)) {
+            m_baseSeen = true;
+            const QString written = TrimUrl(href);
+            m_base = m_base.isEmpty() ? written : ResolveLinkTarget(m_base, written);
+            m_baseOrigin = OriginOf(m_base);
+        }
+        return element;
+    }
+
+    // Text or a comment as libxml2 reports it: a stand-in for a piece of the page's text, or white
+    // space as it stands.
+    void AddCharacters(DomNode* parent, const char* written, std::size_t length, NodeKind kind) {
+        std::uint32_t offset = 0;
+        std::uint32_t size = 0;
+        if (const NormalisedHtml::Piece* piece = PieceOf(written, length, m_source.pieces)) {
+            offset = piece->offset;
+            size = piece->length;
+        } else if (length > 0) {
+            offset = std::uint32_t(m_chars.size());
+            size = std::uint32_t(length);
+            m_chars.append(written, length);
+        } else if (kind == NodeKind::Text) {
+            return;
+        }
+        // Text that comes in pieces is one node, as the page has it.
+        if (kind == NodeKind::Text && parent->lastChild && parent->lastChild->kind == NodeKind::Text) {
+            auto* last = static_cast<DomCharacters*>(parent->lastChild);
+            if (last->offset + last->length != offset) {
+                // Rare: text behind an end tag the parser ignored. The two are joined at the end.
+                const std::string joined =
+                    std::string(Chars(last->offset, last->length)) + std::string(Chars(offset, size));
+                last->offset = std::uint32_t(m_chars.size());
+                last->length = 0;
+                m_chars += joined;
+                size = std::uint32_t(joined.size());
+            }
+            last->length += size;
+            return;
+        }
+        DomCharacters* node = m_charactersPool.Make();
+        node->kind = kind;
+        node->offset = offset;
+        node->length = size;
+        Append(parent, node);
+    }
+
+    DomElement* Root() const { return m_root; }
+    std::string_view Chars(std::uint32_t offset, std::uint32_t length) const {
+        return std::string_view(m_chars).substr(offset, length);
+    }
+    std::string_view AttributeNameAt(std::uint32_t index) const {
+        return m_source.attributeNames[m_source.attributes[index].name];
+    }
+    std::string_view AttributeValueAt(std::uint32_t index) const {
+        const NormalisedHtml::Piece& value = m_source.attributes[index].value;
+        return Chars(value.offset, value.length);
+    }
+    const QString& Base() const { return m_base; }
+    const QString& BaseOrigin() const { return m_baseOrigin; }
+
+    // A browser strips blanks and controls at both ends of an address.
+    static QString TrimUrl(std::string_view href) {
+        std::size_t first = 0;
+        std::size_t last = href.size();
+        while (first < last && static_cast<unsigned char>(href[first]) <= 0x20)
+            ++first;
+        while (last > first && static_cast<unsigned char>(href[last - 1]) <= 0x20)
+            --last;
+        return QString::fromUtf8(href.data() + first, qsizetype(last - first));
+    }
+
+private:
+    static void Append(DomNode* parent, DomNode* child) {
+        child->parent = parent;
+        if (parent->lastChild)
+            parent->lastChild->next = child;
+        else
+            parent->firstChild = child;
+        parent->lastChild = child;
+    }
+
+    std::uint16_t Flags(const char* name) {
+        for (const auto& [known, flags] : m_flagCache)
+            if (known == name)
+                return flags;
+        const std::uint16_t flags = FlagsOfName(name);
+        m_flagCache.emplace_back(name, flags);
+        return flags;
+    }
+
+    std::string m_chars;
+    NodePool<DomElement> m_elementPool;
+    NodePool<DomCharacters> m_charactersPool;
+    std::vector<HtmlElement*> m_all;
+    std::vector<HtmlElement*> m_links;
+    DomElement* m_root = nullptr;
+    QString m_base;
+    QString m_baseOrigin;
+    bool m_baseSeen = false;
+    xmlDictPtr m_dictionary = nullptr;
+    std::vector<std::pair<const char*, std::uint16_t>> m_flagCache;
+    NormalisedHtml m_source;
+};
+
+bool DomElement::Attribute(const char* name, std::string_view* value) const {
+    for (std::uint32_t i = 0; i < m_attributeCount; ++i) {
+        if (m_document->AttributeNameAt(m_firstAttribute + i) == name) {
+            *value = m_document->AttributeValueAt(m_firstAttribute + i);
             return true;
+        }
+    }
     return false;
 }
 
-bool IsElement(const xmlNode* node) {
-    return node && node->type == XML_ELEMENT_NODE;
-}
-
-bool IsVoidElement(const xmlNode* node) {
-    return NameIn(node, {"area", "base", "basefont", "bgsound", "br", "col", "embed", "frame", "hr", "img",
-                         "input", "keygen", "link", "meta", "param", "source", "track", "wbr"});
-}
-
-// Text inside these is written out as it came; we run no scripts, so noscript is ordinary markup.
-bool IsRawTextElement(const xmlNode* node) {
-    return NameIn(node, {"script", "style", "xmp", "iframe", "noembed", "noframes", "plaintext"});
-}
-
-bool IsBlockElement(const xmlNode* node) {
-    return NameIn(node, {"address", "article", "aside",    "blockquote", "caption", "center", "dd", "div",
-                         "dl",      "dt",      "fieldset", "figure",     "footer",  "form",   "h1", "h2",
-                         "h3",      "h4",      "h5",       "h6",         "header",  "hr",     "li", "main",
-                         "nav",     "ol",      "p",        "pre",        "section", "table",  "tr", "ul"});
-}
-
 // Pre-order walk of root's descendants without recursion. enter(node) returns whether to go into
-// the node's children; leave(node) follows every enter, after the children.
-template <class Enter, class Leave> void WalkChildren(xmlNodePtr root, Enter&& enter, Leave&& leave) {
-    xmlNodePtr node = root->children;
-    while (node) {
-        if (enter(node) && node->children) {
-            node = node->children;
+// the node's children; leave(node) follows every enter, after the children. A walk ends early when
+// enter or leave has set `stop`.
+template <class Enter, class Leave>
+void WalkChildren(const DomNode* root, Enter&& enter, Leave&& leave, const bool& stop) {
+    const DomNode* node = root->firstChild;
+    while (node && !stop) {
+        if (enter(node) && node->firstChild) {
+            node = node->firstChild;
             continue;
         }
         leave(node);
@@ -66,35 +333,26 @@ template <class Enter, class Leave> void WalkChildren(xmlNodePtr root, Enter&& e
     }
 }
 
-QByteArray AttributeValue(const xmlAttr* attr) {
-    const xmlNode* text = attr->children;
-    if (!text)
-        return {};
-    if (text->type == XML_TEXT_NODE && !text->next)
-        return QByteArray(reinterpret_cast<const char*>(text->content));
-    xmlChar* value = xmlNodeGetContent(reinterpret_cast<const xmlNode*>(attr));
-    QByteArray result(reinterpret_cast<const char*>(value));
-    xmlFree(value);
-    return result;
-}
-
-const xmlAttr* FindAttribute(const xmlNode* node, const char* name) {
-    for (const xmlAttr* attr = node->properties; attr; attr = attr->next)
-        if (attr->name && std::strcmp(reinterpret_cast<const char*>(attr->name), name) == 0)
-            return attr;
-    return nullptr;
-}
-
-void AppendUpper(QByteArray& out, const xmlChar* name) {
-    for (const xmlChar* p = name; p && *p; ++p)
-        out.append((*p >= 'a' && *p <= 'z') ? char(*p - 'a' + 'A') : char(*p));
+void AppendUpper(QByteArray& out, const char* name) {
+    const auto length = qsizetype(std::strlen(name));
+    const qsizetype at = out.size();
+    out.resize(at + length);
+    char* to = out.data() + at;
+    for (qsizetype i = 0; i < length; ++i)
+        to[i] = (name[i] >= 'a' && name[i] <= 'z') ? char(name[i] - 'a' + 'A') : name[i];
 }
 
 // The escapes of the fragment serialization; the text is UTF-8, where a no-break space is C2 A0.
-void AppendEscaped(QByteArray& out, const xmlChar* text, bool attributeMode) {
-    if (!text)
-        return;
-    for (const xmlChar* p = text; *p; ++p) {
+void AppendEscaped(QByteArray& out, std::string_view text, bool attributeMode) {
+    const char* p = text.data();
+    const char* end = p + text.size();
+    while (p < end) {
+        const char* run = p;
+        while (p < end && *p != '&' && *p != '"' && *p != '<' && *p != '>' && *p != '\xC2')
+            ++p;
+        out.append(run, p - run);
+        if (p >= end)
+            break;
         switch (*p) {
         case '&':
             out.append("&amp;");
@@ -108,79 +366,78 @@ void AppendEscaped(QByteArray& out, const xmlChar* text, bool attributeMode) {
         case '>':
             out.append(attributeMode ? ">" : "&gt;");
             break;
-        case 0xC2:
-            if (p[1] == 0xA0) {
+        default:
+            if (p + 1 < end && p[1] == '\xA0') {
                 out.append("&nbsp;");
                 ++p;
-                break;
+            } else {
+                out.append(*p);
             }
-            out.append(char(*p));
-            break;
-        default:
-            out.append(char(*p));
         }
+        ++p;
     }
 }
 
-void AppendStartTag(QByteArray& out, const xmlNode* node) {
+// With a limit, the attributes are left out once the name reaches it.
+void AppendStartTag(QByteArray& out, const DomElement* element, const DomDocument& document,
+                    qsizetype limit = -1) {
     out.append('<');
-    AppendUpper(out, node->name);
-    for (const xmlAttr* attr = node->properties; attr; attr = attr->next) {
+    AppendUpper(out, element->Name());
+    if (limit >= 0 && out.size() >= limit)
+        return;
+    for (std::uint32_t i = 0; i < element->AttributeCount(); ++i) {
+        const std::string_view name = document.AttributeNameAt(element->FirstAttribute() + i);
         out.append(' ');
-        out.append(reinterpret_cast<const char*>(attr->name));
+        out.append(name.data(), qsizetype(name.size()));
         out.append("=\"");
-        const QByteArray value = AttributeValue(attr);
-        AppendEscaped(out, reinterpret_cast<const xmlChar*>(value.constData()), true);
+        AppendEscaped(out, document.AttributeValueAt(element->FirstAttribute() + i), true);
         out.append('"');
     }
     out.append('>');
 }
 
-void AppendEndTag(QByteArray& out, const xmlNode* node) {
+void AppendEndTag(QByteArray& out, const DomElement* element) {
     out.append("</");
-    AppendUpper(out, node->name);
+    AppendUpper(out, element->Name());
     out.append('>');
 }
 
-void SerializeChildren(xmlNodePtr root, QByteArray& out) {
+// The markup inside `root`; with a limit, it stops once that many bytes are written.
+void SerializeChildren(const DomNode* root, const DomDocument& document, QByteArray& out,
+                       qsizetype limit = -1) {
+    bool stop = false;
     WalkChildren(
         root,
-        [&out](xmlNodePtr node) {
-            switch (node->type) {
-            case XML_ELEMENT_NODE:
-                AppendStartTag(out, node);
-                return !IsVoidElement(node);
-            case XML_TEXT_NODE:
-                if (IsElement(node->parent) && IsRawTextElement(node->parent))
-                    out.append(reinterpret_cast<const char*>(node->content));
-                else
-                    AppendEscaped(out, node->content, false);
-                return false;
-            case XML_CDATA_SECTION_NODE:
-                out.append(reinterpret_cast<const char*>(node->content));
-                return false;
-            case XML_COMMENT_NODE:
-                out.append("<!--");
-                out.append(reinterpret_cast<const char*>(node->content));
-                out.append("-->");
-                return false;
-            case XML_PI_NODE:
-                out.append("<?");
-                out.append(reinterpret_cast<const char*>(node->name));
-                if (node->content) {
-                    out.append(' ');
-                    out.append(reinterpret_cast<const char*>(node->content));
+        [&](const DomNode* node) {
+            bool enter = false;
+            if (node->kind == NodeKind::Element) {
+                const auto* element = static_cast<const DomElement*>(node);
+                AppendStartTag(out, element, document, limit);
+                enter = !(element->Flags() & VoidElement);
+            } else {
+                const auto* characters = static_cast<const DomCharacters*>(node);
+                const std::string_view text = document.Chars(characters->offset, characters->length);
+                if (node->kind == NodeKind::Comment) {
+                    out.append("<!--");
+                    out.append(text.data(), qsizetype(text.size()));
+                    out.append("-->");
+                } else if (node->parent->kind == NodeKind::Element &&
+                           (static_cast<const DomElement*>(node->parent)->Flags() & RawTextElement)) {
+                    out.append(text.data(), qsizetype(text.size()));
+                } else {
+                    AppendEscaped(out, text, false);
                 }
-                out.append('>');
-                return false;
-            default:
-                return false;
             }
+            stop = limit >= 0 && out.size() >= limit;
+            return enter;
         },
-        [&out](xmlNodePtr node) {
-            if (node->type == XML_ELEMENT_NODE && !IsVoidElement(node))
-                AppendEndTag(out, node);
-        });
+        [&](const DomNode* node) {
+            if (node->kind == NodeKind::Element &&
+                !(static_cast<const DomElement*>(node)->Flags() & VoidElement))
+                AppendEndTag(out, static_cast<const DomElement*>(node));
+            stop = stop || (limit >= 0 && out.size() >= limit);
+        },
+        stop);
 }
 
 bool IsHtmlSpace(char c) {
@@ -191,14 +448,14 @@ bool IsHtmlSpace(char c) {
 // starts and ends a line, cells are parted by a blank. Lines end in "\r\n", as the platform's
 // browser gives them. A no-break space is kept as the character it is. Script, style and the head
 // are no rendered text.
-QString InnerText(xmlNodePtr root) {
+QString InnerText(const DomNode* root, const DomDocument& document) {
     QByteArray out;
     bool pendingSpace = false;
     bool blockBreak = false;
     int forcedBreaks = 0;
-    auto appendText = [&](const char* text) {
-        for (const char* p = text; *p; ++p) {
-            if (IsHtmlSpace(*p)) {
+    auto appendText = [&](std::string_view text) {
+        for (const char c : text) {
+            if (IsHtmlSpace(c)) {
                 pendingSpace = true;
                 continue;
             }
@@ -214,289 +471,354 @@ QString InnerText(xmlNodePtr root) {
             pendingSpace = false;
             blockBreak = false;
             forcedBreaks = 0;
-            out.append(*p);
+            out.append(c);
         }
     };
+    const bool stop = false;
     WalkChildren(
         root,
-        [&](xmlNodePtr node) {
-            if (node->type == XML_TEXT_NODE || node->type == XML_CDATA_SECTION_NODE) {
-                if (node->content)
-                    appendText(reinterpret_cast<const char*>(node->content));
+        [&](const DomNode* node) {
+            if (node->kind == NodeKind::Text) {
+                const auto* characters = static_cast<const DomCharacters*>(node);
+                appendText(document.Chars(characters->offset, characters->length));
                 return false;
             }
-            if (node->type != XML_ELEMENT_NODE)
+            if (node->kind != NodeKind::Element)
                 return false;
-            if (NameIn(node, {"script", "style", "head", "title"}))
+            const std::uint16_t flags = static_cast<const DomElement*>(node)->Flags();
+            if (flags & HiddenElement)
                 return false;
-            if (NameIs(node, "br"))
+            if (flags & BreakElement)
                 ++forcedBreaks;
-            else if (IsBlockElement(node))
+            else if (flags & BlockElement)
                 blockBreak = true;
-            else if (NameIn(node, {"td", "th"}))
+            else if (flags & CellElement)
                 pendingSpace = true;
             return true;
         },
-        [&](xmlNodePtr node) {
-            if (node->type == XML_ELEMENT_NODE && IsBlockElement(node))
+        [&](const DomNode* node) {
+            if (node->kind == NodeKind::Element &&
+                (static_cast<const DomElement*>(node)->Flags() & BlockElement))
                 blockBreak = true;
-        });
+        },
+        stop);
     return QString::fromUtf8(out);
 }
 
-class DomDocument;
-
-class DomElement final : public HtmlElement {
-public:
-    DomElement(xmlNodePtr node, const DomDocument* document) : m_node(node), m_document(document) {}
-    QString DefaultValue() const override;
-    QString innerHTML() const override {
-        QByteArray out;
-        if (!IsVoidElement(m_node))
-            SerializeChildren(m_node, out);
-        return QString::fromUtf8(out);
-    }
-    QString outerHTML() const override {
-        QByteArray out;
-        AppendStartTag(out, m_node);
-        if (!IsVoidElement(m_node)) {
-            SerializeChildren(m_node, out);
-            AppendEndTag(out, m_node);
-        }
-        return QString::fromUtf8(out);
-    }
-    QString innerText() const override { return InnerText(m_node); }
-    HtmlElement* parentElement() const override {
-        xmlNodePtr parent = m_node->parent;
-        return IsElement(parent) ? static_cast<DomElement*>(parent->_private) : nullptr;
-    }
-    QString tagName() const override {
-        QByteArray name;
-        AppendUpper(name, m_node->name);
-        return QString::fromUtf8(name);
-    }
-
-private:
-    xmlNodePtr m_node;
-    const DomDocument* m_document;
-};
-
-class DomDocument final : public HtmlDocument {
-public:
-    DomDocument(htmlDocPtr doc, const QUrl& pageUrl) : m_doc(doc), m_baseUrl(pageUrl) {
-        if (!m_doc)
-            return;
-        bool baseSeen = false;
-        WalkChildren(
-            reinterpret_cast<xmlNodePtr>(m_doc),
-            [&](xmlNodePtr node) {
-                if (node->type != XML_ELEMENT_NODE)
-                    return false;
-                DomElement& element = m_elements.emplace_back(node, this);
-                node->_private = &element;
-                m_all.push_back(&element);
-                if (NameIn(node, {"a", "area"}) && FindAttribute(node, "href"))
-                    m_links.push_back(&element);
-                else if (!baseSeen && NameIs(node, "base")) {
-                    if (const xmlAttr* href = FindAttribute(node, "href")) {
-                        baseSeen = true;
-                        const QString value = QString::fromUtf8(AttributeValue(href)).trimmed();
-                        m_baseUrl = pageUrl.resolved(QUrl(value));
-                    }
-                }
-                return true;
-            },
-            [](xmlNodePtr) {});
-        if (xmlNodePtr root = xmlDocGetRootElement(m_doc))
-            m_root = static_cast<DomElement*>(root->_private);
-    }
-    ~DomDocument() override {
-        if (m_doc)
-            xmlFreeDoc(m_doc);
-    }
-    DomDocument(const DomDocument&) = delete;
-    DomDocument& operator=(const DomDocument&) = delete;
-
-    const std::vector<HtmlElement*>& links() const override { return m_links; }
-    const std::vector<HtmlElement*>& all() const override { return m_all; }
-    HtmlElement* documentElement() const override { return m_root; }
-    const QUrl& BaseUrl() const { return m_baseUrl; }
-
-private:
-    htmlDocPtr m_doc;
-    QUrl m_baseUrl;
-    std::deque<DomElement> m_elements;
-    std::vector<HtmlElement*> m_all;
-    std::vector<HtmlElement*> m_links;
-    HtmlElement* m_root = nullptr;
-};
-
 QString DomElement::DefaultValue() const {
-    if (!NameIn(m_node, {"a", "area"}))
+    std::string_view href;
+    if (!(m_flags & LinkElement) || !Attribute("href", &href))
         return QStringLiteral("[object]");
-    const xmlAttr* href = FindAttribute(m_node, "href");
-    if (!href)
-        return QStringLiteral("[object]");
-    const QString value = QString::fromUtf8(AttributeValue(href)).trimmed();
-    const QUrl url(value);
-    if (!url.isRelative())
-        return value;
-    return m_document->BaseUrl().resolved(url).toString();
+    const QString written = DomDocument::TrimUrl(href);
+    if (m_document->Base().isEmpty() || HasScheme(written))
+        return written;
+    return ResolveLinkTarget(m_document->Base(), written);
 }
 
-// windows-1252's bytes 0x80..0x9F; the five it leaves undefined map to the C1 controls.
-constexpr std::array<char16_t, 32> Cp1252High = {
-    0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
-    0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
-    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
-
-QString DecodeCp1252(const QByteArray& body) {
-    QString text(body.size(), Qt::Uninitialized);
-    QChar* out = text.data();
-    for (const char c : body) {
-        const auto byte = static_cast<unsigned char>(c);
-        *out++ = (byte >= 0x80 && byte < 0xA0) ? QChar(Cp1252High[byte - 0x80]) : QChar(byte);
+// Whether an href as written (UTF-8) begins with a scheme, as HasScheme says of a QString.
+bool NamesScheme(std::string_view href) {
+    const auto alpha = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); };
+    if (href.empty() || !alpha(href.front()))
+        return false;
+    for (const char c : href.substr(1)) {
+        if (c == ':')
+            return true;
+        if (!alpha(c) && !(c >= '0' && c <= '9') && c != '+' && c != '-' && c != '.')
+            return false;
     }
-    return text;
+    return false;
 }
 
-enum class Charset { Utf8, Cp1252, Other, Unknown };
-
-Charset Classify(const QString& name) {
-    const QString n = name.trimmed().toLower();
-    if (n.isEmpty())
-        return Charset::Unknown;
-    if (n == u"utf-8" || n == u"utf8")
-        return Charset::Utf8;
-    // Browsers read Latin-1 and ASCII pages as windows-1252, its superset.
-    if (n == u"windows-1252" || n == u"cp1252" || n == u"iso-8859-1" || n == u"iso8859-1" || n == u"latin1" ||
-        n == u"l1" || n == u"us-ascii" || n == u"ascii" || n == u"x-cp1252")
-        return Charset::Cp1252;
-    if (xmlCharEncodingHandlerPtr handler = xmlFindCharEncodingHandler(n.toLatin1().constData())) {
-        xmlCharEncCloseFunc(handler);
-        return Charset::Other;
+bool DomElement::DefaultValueStartsWith(QStringView prefix) const {
+    std::string_view href;
+    if (!(m_flags & LinkElement) || !Attribute("href", &href))
+        return QStringView(u"[object]").startsWith(prefix);
+    while (!href.empty() && static_cast<unsigned char>(href.front()) <= 0x20)
+        href.remove_prefix(1);
+    while (!href.empty() && static_cast<unsigned char>(href.back()) <= 0x20)
+        href.remove_suffix(1);
+    // The href as written decides whenever it names a scheme, and a relative one whenever the
+    // base's scheme and host decide; only the rest is resolved.
+    if (NamesScheme(href)) {
+        for (qsizetype i = 0; i < prefix.size(); ++i) {
+            const char16_t c = prefix[i].unicode();
+            if (c >= 0x80)
+                return DefaultValue().startsWith(prefix);
+            if (i >= qsizetype(href.size()) || static_cast<unsigned char>(href[std::size_t(i)]) != c)
+                return false;
+        }
+        return true;
     }
-    return Charset::Unknown;
+    const QString& origin = m_document->BaseOrigin();
+    const bool networkPath =
+        href.size() >= 2 && (href[0] == '/' || href[0] == '\\') && (href[1] == '/' || href[1] == '\\');
+    if (!origin.isEmpty() && !networkPath && href.find_first_of("\t\n\r") == std::string_view::npos) {
+        if (prefix.size() <= origin.size())
+            return QStringView(origin).startsWith(prefix);
+        if (!prefix.startsWith(origin))
+            return false;
+    }
+    return DefaultValue().startsWith(prefix);
 }
 
-// The parser gives up on a whole page once its tree grows deeper than its own limit, losing
-// everything after that point. So an element that would lie deeper than our cap is ended as soon as
-// it starts, and what it holds goes to the element at the cap: the tree is flattened there and
-// every link and word of the page is kept. The parser reports each element's end once, implied or
-// written, so a stack of flags tells which ends to swallow.
-struct DepthCap {
-    std::vector<bool> flattened;
+QString DomElement::innerHTML() const {
+    QByteArray out;
+    if (!(m_flags & VoidElement))
+        SerializeChildren(this, *m_document, out);
+    return QString::fromUtf8(out);
+}
+
+bool DomElement::InnerHtmlStartsWith(QStringView prefix) const {
+    // The first child decides alone in the common cases: text never starts its markup with '<',
+    // an element starts it with '<' and its name in capitals.
+    const DomNode* first = (m_flags & VoidElement) ? nullptr : firstChild;
+    if (prefix.isEmpty())
+        return true;
+    if (!first)
+        return false;
+    if (first->kind == NodeKind::Text && prefix.front() == u'<')
+        return false;
+    if (first->kind == NodeKind::Element) {
+        const char* name = static_cast<const DomElement*>(first)->Name();
+        const auto length = qsizetype(std::strlen(name));
+        const bool ascii = std::all_of(name, name + length, [](char c) { return c > 0; });
+        if (ascii && prefix.size() <= 1 + length) {
+            if (prefix.front() != u'<')
+                return false;
+            for (qsizetype i = 1; i < prefix.size(); ++i) {
+                const char c = name[i - 1];
+                if (prefix[i] != QChar::fromLatin1((c >= 'a' && c <= 'z') ? char(c - 'a' + 'A') : c))
+                    return false;
+            }
+            return true;
+        }
+    }
+    // Each UTF-16 unit takes at most three bytes of UTF-8, a pair of them four.
+    QByteArray out;
+    if (!(m_flags & VoidElement))
+        SerializeChildren(this, *m_document, out, 3 * prefix.size() + 4);
+    return QString::fromUtf8(out).startsWith(prefix);
+}
+
+QString DomElement::outerHTML() const {
+    QByteArray out;
+    AppendStartTag(out, this, *m_document);
+    if (!(m_flags & VoidElement)) {
+        SerializeChildren(this, *m_document, out);
+        AppendEndTag(out, this);
+    }
+    return QString::fromUtf8(out);
+}
+
+QString DomElement::innerText() const {
+    return InnerText(this, *m_document);
+}
+
+QString DomElement::tagName() const {
+    QByteArray name;
+    AppendUpper(name, m_name);
+    return QString::fromLatin1(name);
+}
+
+// Builds the element tree from the parser's events. Its stack of open elements mirrors the
+// parser's own; where the tree closes an element at once (past the depth cap), the parser is made
+// to forget it too, so its stack, and the cost of each end tag it looks up there, stay bounded.
+class TreeBuilder {
+public:
+    TreeBuilder(DomDocument& document, htmlParserCtxtPtr parser) : m_document(document), m_parser(parser) {}
+
+    void StartElement(const xmlChar* name, const xmlChar** attributes) {
+        DropFlattened(true);
+        // The parser has pushed the new element already.
+        Sync(std::size_t(std::max(m_parser->nameNr - 1, 0)));
+        const bool anchor = std::strcmp(reinterpret_cast<const char*>(name), "a") == 0;
+        if (anchor && m_openLinks > 0)
+            EndOpenLink();
+        DomNode* parent = m_open.empty() ? m_document.Root() : m_open.back();
+        DomElement* element = m_document.AddElement(parent, name, attributes);
+        const std::size_t depth = m_open.size() + 1;
+        // While a link is open, what it holds may lie deeper than the cap; a link itself may open
+        // just past it.
+        const std::size_t limit = HtmlMaxTreeDepth + (m_openLinks > 0 ? HtmlMaxDepthInLink : 0);
+        if (depth > limit && !(anchor && m_openLinks == 0)) {
+            m_flattenedIndex = m_parser->nameNr - 1;
+            m_flattenedName = name;
+            return;
+        }
+        m_open.push_back(element);
+        if (anchor)
+            ++m_openLinks;
+    }
+
+    void EndElement() {
+        // The parser ends the element on top of its stack, then pops it.
+        if (m_flattenedIndex >= 0 && m_parser->nameNr - 1 == m_flattenedIndex &&
+            m_parser->nameTab[m_flattenedIndex] == m_flattenedName) {
+            m_flattenedIndex = -1;
+            return;
+        }
+        DropFlattened(false);
+        Sync(std::size_t(m_parser->nameNr));
+        if (!m_open.empty())
+            Pop();
+    }
+
+    void Characters(const xmlChar* text, int length, NodeKind kind) {
+        // An element closed at once may still be on the parser's stack; what it holds goes to the
+        // element at the cap all the same.
+        Sync(std::size_t(m_parser->nameNr));
+        DomNode* parent = m_open.empty() ? m_document.Root() : m_open.back();
+        if (parent)
+            m_document.AddCharacters(parent, reinterpret_cast<const char*>(text),
+                                     std::size_t(std::max(length, 0)), kind);
+    }
+
+private:
+    // An element closed at once stays on the parser's stack until the next tag, so that its own end
+    // tag finds it on top; then it is taken off, unless the parser has ended it itself (an empty
+    // element) or dropped it.
+    void DropFlattened(bool starting) {
+        if (m_flattenedIndex < 0)
+            return;
+        const int index = m_flattenedIndex;
+        m_flattenedIndex = -1;
+        const int top = m_parser->nameNr - 1 - (starting ? 1 : 0);
+        if (top != index || m_parser->nameTab[index] != m_flattenedName)
+            return;
+        for (int i = index; i < m_parser->nameNr - 1; ++i)
+            m_parser->nameTab[i] = m_parser->nameTab[i + 1];
+        --m_parser->nameNr;
+        m_parser->nameTab[m_parser->nameNr] = nullptr;
+        m_parser->name = m_parser->nameNr > 0 ? m_parser->nameTab[m_parser->nameNr - 1] : nullptr;
+    }
+
+    // A link never holds another, as in a browser: an open link ends where the next one begins,
+    // and with it what was opened inside it, in the tree and on the parser's stack, under which the
+    // new link lies.
+    void EndOpenLink() {
+        std::size_t at = m_open.size();
+        while (at > 0 && !(m_open[at - 1]->Flags() & (AnchorElement | ScopeElement)))
+            --at;
+        if (at == 0 || !(m_open[at - 1]->Flags() & AnchorElement))
+            return;
+        const int from = int(at - 1);
+        const int top = m_parser->nameNr - 1;
+        m_parser->nameTab[from] = m_parser->nameTab[top];
+        for (int i = from + 1; i <= top; ++i)
+            m_parser->nameTab[i] = nullptr;
+        m_parser->nameNr = from + 1;
+        while (m_open.size() > at - 1)
+            Pop();
+    }
+
+    // Ends the elements the parser has dropped without an event.
+    void Sync(std::size_t depth) {
+        while (m_open.size() > depth)
+            Pop();
+    }
+
+    void Pop() {
+        if (m_open.back()->Flags() & AnchorElement)
+            --m_openLinks;
+        m_open.pop_back();
+    }
+
+    DomDocument& m_document;
+    htmlParserCtxtPtr m_parser;
+    std::vector<DomElement*> m_open;
+    int m_flattenedIndex = -1;
+    const xmlChar* m_flattenedName = nullptr;
+    int m_openLinks = 0;
 };
 
-void CappedStartElement(void* context, const xmlChar* name, const xmlChar** attributes) {
-    auto* parser = static_cast<htmlParserCtxtPtr>(context);
-    auto* cap = static_cast<DepthCap*>(parser->_private);
-    if (parser->nameNr > HtmlMaxOpenElements) {
-        // The parser may still report the ends of the elements open; they are swallowed.
-        cap->flattened.push_back(true);
-        xmlStopParser(parser);
-        return;
-    }
-    const bool flatten = parser->nodeNr >= HtmlMaxTreeDepth - 1;
-    cap->flattened.push_back(flatten);
-    xmlSAX2StartElement(context, name, attributes);
-    if (flatten)
-        xmlSAX2EndElement(context, name);
+TreeBuilder& BuilderOf(void* context) {
+    return *static_cast<TreeBuilder*>(static_cast<htmlParserCtxtPtr>(context)->_private);
 }
 
-void CappedEndElement(void* context, const xmlChar* name) {
-    auto* parser = static_cast<htmlParserCtxtPtr>(context);
-    auto* cap = static_cast<DepthCap*>(parser->_private);
-    bool flattened = false;
-    if (!cap->flattened.empty()) {
-        flattened = cap->flattened.back();
-        cap->flattened.pop_back();
-    }
-    if (!flattened)
-        xmlSAX2EndElement(context, name);
+void OnStartElement(void* context, const xmlChar* name, const xmlChar** attributes) {
+    BuilderOf(context).StartElement(name, attributes);
 }
 
-htmlDocPtr ReadCapped(const QByteArray& text, const QByteArray& url, const char* encoding) {
-    htmlParserCtxtPtr parser = htmlNewParserCtxt();
-    if (!parser)
-        return nullptr;
-    DepthCap cap;
-    parser->_private = &cap;
-    parser->sax->startElement = CappedStartElement;
-    parser->sax->endElement = CappedEndElement;
-    htmlDocPtr doc =
-        htmlCtxtReadMemory(parser, text.constData(), int(std::min<qsizetype>(text.size(), INT_MAX)),
-                           url.isEmpty() ? nullptr : url.constData(), encoding,
-                           HTML_PARSE_RECOVER | HTML_PARSE_NONET | HTML_PARSE_NOERROR | HTML_PARSE_NOWARNING);
-    htmlFreeParserCtxt(parser);
-    return doc;
+void OnEndElement(void* context, const xmlChar*) {
+    BuilderOf(context).EndElement();
 }
+
+void OnCharacters(void* context, const xmlChar* text, int length) {
+    BuilderOf(context).Characters(text, length, NodeKind::Text);
+}
+
+void OnComment(void* context, const xmlChar* text) {
+    BuilderOf(context).Characters(text, int(std::strlen(reinterpret_cast<const char*>(text))),
+                                  NodeKind::Comment);
+}
+
+void NoMessage(void*, const char*, ...) {}
+
+void NoError(void*, xmlErrorPtr) {}
+
+// libxml2 sends some diagnostics to its process-wide handlers whatever the parser is told; they are
+// silenced for the length of a parse.
+class QuietDiagnostics {
+public:
+    QuietDiagnostics()
+        : m_generic(xmlGenericError), m_genericContext(xmlGenericErrorContext),
+          m_structured(xmlStructuredError), m_structuredContext(xmlStructuredErrorContext) {
+        xmlSetGenericErrorFunc(nullptr, &NoMessage);
+        xmlSetStructuredErrorFunc(nullptr, &NoError);
+    }
+    ~QuietDiagnostics() {
+        xmlSetGenericErrorFunc(m_genericContext, m_generic);
+        xmlSetStructuredErrorFunc(m_structuredContext, m_structured);
+    }
+    QuietDiagnostics(const QuietDiagnostics&) = delete;
+    QuietDiagnostics& operator=(const QuietDiagnostics&) = delete;
+
+private:
+    xmlGenericErrorFunc m_generic;
+    void* m_genericContext;
+    xmlStructuredErrorFunc m_structured;
+    void* m_structuredContext;
+};
 
 } // namespace
 
-QString MetaCharset(const QByteArray& body) {
-    const QByteArray head = body.left(4096).toLower();
-    qsizetype from = 0;
-    while ((from = head.indexOf("<meta", from)) >= 0) {
-        const qsizetype end = head.indexOf('>', from);
-        const QByteArray tag = head.mid(from, end < 0 ? -1 : end - from);
-        from += 5;
-        const qsizetype at = tag.indexOf("charset");
-        if (at < 0)
-            continue;
-        qsizetype i = at + 7;
-        while (i < tag.size() && IsHtmlSpace(tag[i]))
-            ++i;
-        if (i >= tag.size() || tag[i] != '=')
-            continue;
-        ++i;
-        while (i < tag.size() && (IsHtmlSpace(tag[i]) || tag[i] == '"' || tag[i] == '\''))
-            ++i;
-        qsizetype j = i;
-        while (j < tag.size() && (std::isalnum(static_cast<unsigned char>(tag[j])) || tag[j] == '-' ||
-                                  tag[j] == '_' || tag[j] == '.' || tag[j] == ':'))
-            ++j;
-        if (j > i)
-            return QString::fromLatin1(tag.mid(i, j - i));
-    }
-    return {};
-}
-
 std::unique_ptr<HtmlDocument> EmptyHtmlDocument() {
-    return std::make_unique<DomDocument>(nullptr, QUrl());
+    return std::make_unique<DomDocument>(QUrl());
 }
 
 std::unique_ptr<HtmlDocument> ParseHtmlDocument(const QByteArray& body, const QString& httpCharset,
                                                 const QUrl& pageUrl) {
+    auto document = std::make_unique<DomDocument>(pageUrl);
     if (body.isEmpty())
-        return std::make_unique<DomDocument>(nullptr, pageUrl);
+        return document;
+    NormalisedHtml normalised = NormaliseHtml(DecodePageText(body, httpCharset));
+    const std::string markup = std::move(normalised.markup);
+    document->TakeSource(normalised);
 
-    QString charsetName = httpCharset;
-    Charset charset = Classify(charsetName);
-    if (body.startsWith("\xEF\xBB\xBF")) {
-        charset = Charset::Utf8;
-    } else if (charset == Charset::Unknown) {
-        charsetName = MetaCharset(body);
-        charset = Classify(charsetName);
-    }
-    if (charset == Charset::Unknown)
-        charset = Charset::Cp1252;
-
-    // UTF-8 and windows-1252, nearly every page, are decoded here: bad bytes become U+FFFD instead
-    // of ending the parse, and NUL, which would end the text for the parser, becomes U+FFFD too.
-    QByteArray utf8;
-    const char* encoding = "UTF-8";
-    if (charset == Charset::Other) {
-        utf8 = body;
-        charsetName = charsetName.trimmed().toLower();
-    } else {
-        QString text = charset == Charset::Utf8 ? QString::fromUtf8(body) : DecodeCp1252(body);
-        text.replace(QChar(0), QChar(QChar::ReplacementCharacter));
-        utf8 = text.toUtf8();
-    }
-    const QByteArray otherName = charsetName.toLatin1();
-    if (charset == Charset::Other)
-        encoding = otherName.constData();
-
-    return std::make_unique<DomDocument>(ReadCapped(utf8, pageUrl.toEncoded(), encoding), pageUrl);
+    QuietDiagnostics quiet;
+    htmlParserCtxtPtr parser = htmlNewParserCtxt();
+    if (!parser)
+        return document;
+    htmlSAXHandler& sax = *parser->sax;
+    sax = htmlSAXHandler{};
+    sax.startElement = OnStartElement;
+    sax.endElement = OnEndElement;
+    sax.characters = OnCharacters;
+    sax.ignorableWhitespace = OnCharacters;
+    sax.cdataBlock = OnCharacters;
+    sax.comment = OnComment;
+    sax.warning = NoMessage;
+    sax.error = NoMessage;
+    sax.fatalError = NoMessage;
+    sax.serror = NoError;
+    sax.initialized = XML_SAX2_MAGIC;
+    TreeBuilder builder(*document, parser);
+    parser->_private = &builder;
+    htmlCtxtReadMemory(parser, markup.data(), int(std::min<std::size_t>(markup.size(), INT_MAX)), nullptr,
+                       "UTF-8",
+                       HTML_PARSE_RECOVER | HTML_PARSE_NONET | HTML_PARSE_NOERROR | HTML_PARSE_NOWARNING |
+                           HTML_PARSE_NODEFDTD | HTML_PARSE_IGNORE_ENC);
+    document->KeepDictionary(parser->dict);
+    htmlFreeParserCtxt(parser);
+    return document;
 }

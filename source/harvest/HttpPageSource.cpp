@@ -40,10 +40,15 @@ private:
 
 class HttpLoad final : public PageLoad {
 public:
-    HttpLoad(QNetworkReply* reply, qint64 maxBodyBytes) : m_reply(reply), m_maxBodyBytes(maxBodyBytes) {
+    HttpLoad(QNetworkReply* reply, qint64 maxBodyBytes, int totalTimeoutMs)
+        : m_reply(reply), m_maxBodyBytes(maxBodyBytes) {
         m_response.finalUrl = reply->url();
         QObject::connect(reply, &QIODevice::readyRead, &m_guard, [this] { ReadAvailable(); });
         QObject::connect(reply, &QNetworkReply::finished, &m_guard, [this] { Finish(); });
+        m_deadline.setSingleShot(true);
+        m_deadline.setTimerType(Qt::PreciseTimer);
+        QObject::connect(&m_deadline, &QTimer::timeout, &m_guard, [this] { Expire(); });
+        m_deadline.start(totalTimeoutMs);
     }
     ~HttpLoad() override { Release(); }
     HttpLoad(const HttpLoad&) = delete;
@@ -64,13 +69,28 @@ private:
     void ReadAvailable() {
         if (!m_reply || m_cut || !m_reply->isOpen())
             return;
-        const qint64 room = m_maxBodyBytes - m_response.body.size();
-        m_response.body.append(m_reply->read(std::max<qint64>(room, 0)));
-        if (m_reply->bytesAvailable() > 0) {
+        const qint64 room = std::max<qint64>(m_maxBodyBytes - m_response.body.size(), 0);
+        if (m_reply->bytesAvailable() > room) {
             // Over the cap: what came is the page, the rest is never read.
+            m_response.body.append(m_reply->read(room));
             m_cut = true;
             Finish();
+            return;
         }
+        // Only what has come is read, so the body grows with the page and no buffer of the cap's
+        // size is ever made.
+        if (m_response.body.isEmpty())
+            m_response.body = m_reply->readAll();
+        else
+            m_response.body.append(m_reply->readAll());
+    }
+
+    void Expire() {
+        if (m_finished || !m_reply)
+            return;
+        m_expired = true;
+        m_reply->abort();
+        Finish();
     }
 
     void Finish() {
@@ -101,6 +121,10 @@ private:
                 (error == QNetworkReply::TimeoutError || error == QNetworkReply::OperationCanceledError)
                     ? PageFailure::TimedOut
                     : PageFailure::Network;
+        if (m_expired) {
+            m_response.ok = false;
+            m_response.failure = PageFailure::TimedOut;
+        }
         // Whatever the network layer does with redirects, a body that came from elsewhere than the
         // web is never a page.
         const QString scheme = m_response.finalUrl.scheme().toLower();
@@ -115,6 +139,7 @@ private:
     void Release() {
         if (!m_reply)
             return;
+        m_deadline.stop();
         QNetworkReply* reply = m_reply;
         m_reply = nullptr;
         QObject::disconnect(reply, nullptr, &m_guard, nullptr);
@@ -124,11 +149,13 @@ private:
     }
 
     QObject m_guard;
+    QTimer m_deadline;
     QPointer<QNetworkReply> m_reply;
     qint64 m_maxBodyBytes;
     PageResponse m_response;
     bool m_finished = false;
     bool m_cut = false;
+    bool m_expired = false;
 };
 
 } // namespace
@@ -162,5 +189,6 @@ std::unique_ptr<PageLoad> HttpPageSource::Start(const QUrl& url) {
     request.setMaximumRedirectsAllowed(MaxRedirects);
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::NoLessSafeRedirectPolicy);
     request.setTransferTimeout(m_silenceTimeoutMs);
-    return std::make_unique<HttpLoad>((m_manager ? *m_manager : Manager()).get(request), m_maxBodyBytes);
+    return std::make_unique<HttpLoad>((m_manager ? *m_manager : Manager()).get(request), m_maxBodyBytes,
+                                      m_totalTimeoutMs);
 }

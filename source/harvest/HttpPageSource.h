@@ -11,6 +11,7 @@ class QNetworkAccessManager;
 class HttpPageSource final : public PageSource {
 public:
     static constexpr int DefaultSilenceTimeoutMs = 60000;
+    static constexpr int DefaultTotalTimeoutMs = 120000;
     static constexpr qint64 DefaultMaxBodyBytes = 16 * 1024 * 1024;
     static constexpr int MaxRedirects = 10;
 
@@ -25,6 +26,10 @@ public:
     // page without elements.
     void SetSilenceTimeoutMs(int ms) { m_silenceTimeoutMs = ms; }
     int SilenceTimeoutMs() const { return m_silenceTimeoutMs; }
+    // A load still going on this long after it began ends the same way, however steadily its bytes
+    // trickle in: a server dripping one byte a second never falls silent.
+    void SetTotalTimeoutMs(int ms) { m_totalTimeoutMs = ms; }
+    int TotalTimeoutMs() const { return m_totalTimeoutMs; }
     // A body is cut off at this many bytes and the cut body is the page.
     void SetMaxBodyBytes(qint64 bytes) { m_maxBodyBytes = bytes; }
     qint64 MaxBodyBytes() const { return m_maxBodyBytes; }
@@ -39,5 +44,6 @@ public:
 private:
     QNetworkAccessManager* m_manager = nullptr;
     int m_silenceTimeoutMs = DefaultSilenceTimeoutMs;
+    int m_totalTimeoutMs = DefaultTotalTimeoutMs;
     qint64 m_maxBodyBytes = DefaultMaxBodyBytes;
 };

@@ -199,12 +199,12 @@ void ScanListingPage(const QString& url) {
             seen.walkedToEnd = false;
             break;
         }
-        const QString target = anchor->DefaultValue();
-        const QString inner = anchor->innerHTML();
-        if (target.startsWith(prefix, Qt::CaseSensitive) && !inner.startsWith(u"<IMG", Qt::CaseSensitive)) {
+        // Only the starts of the target and the markup decide, so only an auction's title is
+        // written out whole.
+        if (anchor->DefaultValueStartsWith(prefix) && !anchor->InnerHtmlStartsWith(u"<IMG")) {
             ++HarvestState.AuctionsScanned;
             ++seen.auctionLinks;
-            TallyTitle(inner);
+            TallyTitle(anchor->innerHTML());
         }
         if (stopRequested()) {
             HarvestState.ScanHalted = FlagTrue;

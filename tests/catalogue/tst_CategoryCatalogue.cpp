@@ -11,9 +11,9 @@ QByteArray File(const QByteArray& sites) {
 
 // The root's line, then each of "~Path\tkey" under it.
 QStringList Tree(const QStringList& below = {}) {
-    QStringList lines{QStringLiteral("Select Category\tRoot")};
+    QStringList lines{"Select Category\tRoot"};
     for (const QString& line : below)
-        lines << QStringLiteral("Select Category") + line;
+        lines << "Select Category" + line;
     return lines;
 }
 
@@ -47,19 +47,18 @@ void tst_CategoryCatalogue::cleanup() {
 
 void tst_CategoryCatalogue::treeRefusesSecondRootsRepeatsAndStrangers() {
     CategoryTree tree;
-    tree.SetPathSeparator(QStringLiteral("/"));
-    CategoryNode* root = tree.Add(nullptr, QStringLiteral("Root"), QStringLiteral("R"));
-    QVERIFY(root && !tree.Add(nullptr, QStringLiteral("Other"), QStringLiteral("Second root")));
-    CategoryNode* coins = tree.Add(root, QStringLiteral("c"), QStringLiteral("Coins"));
-    QVERIFY(!tree.Add(coins, QStringLiteral("c"), QStringLiteral("Repeat")));
-    QCOMPARE(tree.FindByPath(QStringLiteral("R/Coins")), coins);
-    QCOMPARE(tree.FindByPath(QStringLiteral("R/Repeat")), nullptr);
+    tree.SetPathSeparator("/");
+    CategoryNode* root = tree.Add(nullptr, "Root", "R");
+    QVERIFY(root && !tree.Add(nullptr, "Other", "Second root"));
+    CategoryNode* coins = tree.Add(root, "c", "Coins");
+    QVERIFY(!tree.Add(coins, "c", "Repeat"));
+    QCOMPARE(tree.FindByPath("R/Coins"), coins);
+    QCOMPARE(tree.FindByPath("R/Repeat"), nullptr);
     CategoryTree other;
-    QVERIFY(!tree.Add(other.Add(nullptr, QStringLiteral("f"), QStringLiteral("f")), QStringLiteral("g"),
-                      QStringLiteral("g")));
+    QVERIFY(!tree.Add(other.Add(nullptr, "f", "f"), "g", "g"));
     tree.Clear();
     QVERIFY(tree.NodesInOrder().empty());
-    QVERIFY(tree.Add(nullptr, QStringLiteral("c"), QStringLiteral("Key free again after Clear")));
+    QVERIFY(tree.Add(nullptr, "c", "Key free again after Clear"));
 }
 
 void tst_CategoryCatalogue::fillFollowsTheFile_data() {
@@ -130,9 +129,9 @@ void tst_CategoryCatalogue::childPositionStopsAtSixteenBits() {
                                   Site("ebay.com", "After", "http://after/")));
     LoadCategories();
     const std::shared_ptr<CategoryTree> tree = CurrentCategoryTree();
-    QCOMPARE(tree->FindByKey(QStringLiteral("http://big/"))->Children(), 32765);
-    QVERIFY(tree->FindByKey(QStringLiteral("u32764")) && !tree->FindByKey(QStringLiteral("u32765")));
-    QVERIFY(tree->FindByKey(QStringLiteral("http://after/")));
+    QCOMPARE(tree->FindByKey("http://big/")->Children(), 32765);
+    QVERIFY(tree->FindByKey("u32764") && !tree->FindByKey("u32765"));
+    QVERIFY(tree->FindByKey("http://after/"));
 }
 
 void tst_CategoryCatalogue::loadReloadAndClickSite() {
@@ -153,7 +152,7 @@ void tst_CategoryCatalogue::loadReloadAndClickSite() {
 
     // A run holding the former tree keeps reading it after a refill.
     const std::shared_ptr<CategoryTree> held = CurrentCategoryTree();
-    const CategoryNode* bullion = held->FindByKey(QStringLiteral("http://c/b"));
+    const CategoryNode* bullion = held->FindByKey("http://c/b");
     m_host->auctions = 3;
     CatalogueLogic.SavedAuctionsIndex = 1;
     // Another hand changes the file after the load: the click reads what is on disk now, and
@@ -162,7 +161,7 @@ void tst_CategoryCatalogue::loadReloadAndClickSite() {
     m_host->site = UKSiteLabel;
     ClickSite();
     QCOMPARE(TreeLines(CurrentCategoryTree()), Tree({"~Clocks\thttp://k/"}));
-    QCOMPARE(bullion->FullPath(), QStringLiteral("Select Category~Coins~Bullion"));
+    QCOMPARE(bullion->FullPath(), "Select Category~Coins~Bullion");
     QVERIFY(!CategoryStore.XmlDocument);
     QCOMPARE(m_host->auctions, 3);
     QCOMPARE(CatalogueLogic.SavedAuctionsIndex, std::int16_t(1));

@@ -21,10 +21,10 @@ namespace {
 // file would not load and be kept aside.
 QStringList TreeInFile(const QString& path, const QString& site) {
     QTemporaryDir scratch;
-    const QString copy = scratch.filePath(QStringLiteral("aeurl.xml"));
+    const QString copy = scratch.filePath("aeurl.xml");
     Hooks().SiteLabel = [site] { return site; };
     const bool loads = QFile::copy(path, copy) && OpenCategoryFile(copy, CategoryRootName) &&
-                       !QFile::exists(copy + QStringLiteral(".unreadable"));
+                       !QFile::exists(copy + ".unreadable");
     ReloadCategoryTree();
     ReleaseCategoryFile();
     return loads ? TreeLines(CurrentCategoryTree()) : QStringList();

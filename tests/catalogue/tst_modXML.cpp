@@ -54,10 +54,10 @@ void tst_modXML::addedEntriesFollowTheFileLayout() {
     QVERIFY(OpenCategoryFile(m_host->path, CategoryRootName));
     const auto saves = CategoryFileSaveCount();
     m_host->site = UKSiteLabel;
-    AddMainCategory(QStringLiteral("Toys & Games"), QStringLiteral("http://a/?x=1&y=<2>"));
+    AddMainCategory("Toys & Games", "http://a/?x=1&y=<2>");
     m_host->site = USSiteLabel;
-    AddMainCategory(QStringLiteral("Coins"), QStringLiteral("http://c/"));
-    AddSubCategory(QStringLiteral("Bullion"), QStringLiteral("http://c/bQQsorecordsperpageZ50"));
+    AddMainCategory("Coins", "http://c/");
+    AddSubCategory("Bullion", "http://c/bQQsorecordsperpageZ50");
     QCOMPARE(CategoryFileSaveCount(), saves + 3);
 
     // The sub-category lands in the second site element; the first keeps MainItem and MainURL only.
@@ -73,7 +73,7 @@ void tst_modXML::addedEntriesFollowTheFileLayout() {
     // After a fresh open there is no site element to add to: nothing is written.
     QVERIFY(OpenCategoryFile(m_host->path, CategoryRootName));
     const QByteArray before = ReadBytes(m_host->path);
-    AddSubCategory(QStringLiteral("Orphan"), QStringLiteral("http://o/"));
+    AddSubCategory("Orphan", "http://o/");
     QCOMPARE(ReadBytes(m_host->path), before);
 }
 
@@ -92,14 +92,13 @@ void tst_modXML::removingOneSiteKeepsTheOtherAndSavesAfterEach() {
 void tst_modXML::categoryFileCorners() {
     const QString& path = m_host->path;
     const QTemporaryDir& dir = m_host->dir;
-    const QString unreadable = path + QStringLiteral(".unreadable");
+    const QString unreadable = path + ".unreadable";
     // Files in other encodings are read by their declaration: what Latin-1 holds stays, a URL keeps
     // the rest percent-encoded. Malformed forms are kept aside and replaced, as a missing file.
     const QByteArray entry =
         "<ebay.com><MainItem>Caf\xc3\xa9</MainItem><MainURL>http://x/\xe2\x82\xac</MainURL></ebay.com>";
     const QByteArray deep = QByteArray("<d>").repeated(300) + QByteArray("</d>").repeated(300);
-    const QString utf16 =
-        QStringLiteral("\ufeff<Categories>") + QString::fromUtf8(entry) + QStringLiteral("</Categories>");
+    const QString utf16 = QStringLiteral("\ufeff<Categories>") + QString::fromUtf8(entry) + "</Categories>";
     const QList<std::pair<QByteArray, bool>> forms{
         {R"(<?xml version="1.0" encoding="UTF-8"?><Categories>)" + entry + "</Categories>", true},
         {R"(<?xml version="1.0" encoding="windows-1252"?><Categories><ebay.com><MainItem>Caf&#233;</MainItem>)"
@@ -118,9 +117,8 @@ void tst_modXML::categoryFileCorners() {
         WriteBytes(path, bytes);
         QVERIFY(OpenCategoryFile(path, CategoryRootName));
         const pugi::xml_node site = CategoryStore.RootElement.child("ebay.com");
-        QCOMPARE(CategoryNodeText(site.child("MainItem")), loads ? QStringLiteral("Caf\u00e9") : QString());
-        QCOMPARE(CategoryNodeText(site.child("MainURL")),
-                 loads ? QStringLiteral("http://x/%E2%82%AC") : QString());
+        QCOMPARE(CategoryNodeText(site.child("MainItem")), loads ? "Caf\u00e9" : QString());
+        QCOMPARE(CategoryNodeText(site.child("MainURL")), loads ? "http://x/%E2%82%AC" : QString());
         QCOMPARE(ReadBytes(unreadable), loads ? QByteArray() : bytes);
         QVERIFY(ReadBytes(path).startsWith(Declaration));
         QFile::remove(unreadable);
@@ -128,45 +126,41 @@ void tst_modXML::categoryFileCorners() {
 
     // A link's escapes reach the file as written; a name loses what Latin-1 cannot hold.
     QVERIFY(OpenCategoryFile(path, CategoryRootName));
-    QVERIFY(AddMainCategory(QStringLiteral("\u20ac Caf\u00e9"),
-                            QStringLiteral("http://x/%E2%82%AC/\u20ac\u00e9?q=%20")));
+    QVERIFY(AddMainCategory("\u20ac Caf\u00e9", "http://x/%E2%82%AC/\u20ac\u00e9?q=%20"));
     QVERIFY(ReadBytes(path).contains("<![CDATA[? Caf\xe9]]><"));
     QVERIFY(ReadBytes(path).contains("<![CDATA[http://x/%E2%82%AC/%E2%82%AC\xe9?q=%20]]>"));
 
     // A symbolic link stays one and is written through, also when its target is not there yet;
     // temporary files of ours older than a minute go at the next open, and nothing else does.
-    QVERIFY(QDir(dir.path()).mkdir(QStringLiteral("real")));
-    const QString real = dir.filePath(QStringLiteral("real/aeurl.xml"));
+    QVERIFY(QDir(dir.path()).mkdir("real"));
+    const QString real = dir.filePath("real/aeurl.xml");
     QFile::remove(path);
-    QVERIFY(QFile::link(QStringLiteral("real/aeurl.xml"), path));
-    const QStringList aside{real + QStringLiteral(".tmp-Ab12Cd"), real + QStringLiteral(".tmp-Fresh1"),
-                            real + QStringLiteral(".backup")};
+    QVERIFY(QFile::link("real/aeurl.xml", path));
+    const QStringList aside{real + ".tmp-Ab12Cd", real + ".tmp-Fresh1", real + ".backup"};
     for (const QString& file : aside)
         WriteBytes(file, "x");
     const struct utimbuf old { time(nullptr) - 120, time(nullptr) - 120 };
     for (const int stale : {0, 2})
         QVERIFY(utime(QFile::encodeName(aside[stale]).constData(), &old) == 0);
-    QVERIFY(OpenCategoryFile(path, CategoryRootName) &&
-            AddMainCategory(QStringLiteral("Linked"), QStringLiteral("http://l/")) &&
-            AddMainCategory(QStringLiteral("Twice"), QStringLiteral("http://t/")));
+    QVERIFY(OpenCategoryFile(path, CategoryRootName) && AddMainCategory("Linked", "http://l/") &&
+            AddMainCategory("Twice", "http://t/"));
     ReleaseCategoryFile();
     QVERIFY(QFileInfo(path).isSymLink());
     QVERIFY(ReadBytes(real).contains("Twice"));
-    QCOMPARE(QDir(dir.filePath(QStringLiteral("real"))).entryList(QDir::Files),
-             (QStringList{QStringLiteral("aeurl.xml"), QStringLiteral("aeurl.xml.backup"),
-                          QStringLiteral("aeurl.xml.tmp-Fresh1")}));
+    QCOMPARE(QDir(dir.filePath("real")).entryList(QDir::Files),
+             (QStringList{"aeurl.xml", "aeurl.xml.backup", "aeurl.xml.tmp-Fresh1"}));
 
     // The backup before a refresh, kept over a refresh that did not finish, and put back.
     const QByteArray former = ReadBytes(path);
     QString error;
     QVERIFY(KeepCategoryBackup(path) && MarkRefreshStarted(path, USSiteLabel));
-    QCOMPARE(CategoryBackupPath(path), real + QStringLiteral(".bak"));
+    QCOMPARE(CategoryBackupPath(path), real + ".bak");
     WriteBytes(real, "partial");
     QVERIFY(KeepCategoryBackup(path) && LastRefreshUnfinished(path));
     QVERIFY(RestoreCategoryFile(path, error));
     QVERIFY(ReadBytes(path) == former && QFileInfo(path).isSymLink() && !LastRefreshUnfinished(path));
-    QFile::remove(real + QStringLiteral(".bak"));
-    QVERIFY(!RestoreCategoryFile(path, error) && error.startsWith(QStringLiteral("No backup to restore")));
+    QFile::remove(real + ".bak");
+    QVERIFY(!RestoreCategoryFile(path, error) && error.startsWith("No backup to restore"));
 
     // What the user may not read or write, tried by the command-line tool as an ordinary user
     // (permission bits do not bind the superuser): a file that cannot be read is left alone; a
@@ -174,15 +168,13 @@ void tst_modXML::categoryFileCorners() {
     // takes no new file fails the open's rewrite.
     QFile::remove(path);
     const bool root = geteuid() == 0;
-    const QStringList nobody{QStringLiteral("--reuid=65534"), QStringLiteral("--regid=65534"),
-                             QStringLiteral("--clear-groups")};
-    if (root &&
-        runProgram(QStringLiteral("setpriv"), nobody + QStringList{QStringLiteral("true")}).exitCode != 0)
+    const QStringList nobody{"--reuid=65534", "--regid=65534", "--clear-groups"};
+    if (root && runProgram("setpriv", nobody + QStringList{"true"}).exitCode != 0)
         QSKIP("running as root without setpriv's right to become another user: permission bits cannot be "
               "tested");
-    const QString program = root ? QStringLiteral("setpriv") : QStringLiteral(MARQUILL_CLI);
+    const QString program = root ? "setpriv" : QStringLiteral(MARQUILL_CLI);
     const QStringList cli = root ? nobody + QStringList{QStringLiteral(MARQUILL_CLI)} : QStringList();
-    const QStringList data{QStringLiteral("--site"), USSiteLabel, QStringLiteral("--data"), dir.path()};
+    const QStringList data{"--site", USSiteLabel, "--data", dir.path()};
     const QFile::Permissions rwx = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner;
     const QList<std::tuple<QFile::Permissions, QFile::Permissions, int>> modes{
         {{}, rwx, 4},
@@ -193,18 +185,17 @@ void tst_modXML::categoryFileCorners() {
         QVERIFY(!root || (chown(QFile::encodeName(path).constData(), 65534, 65534) == 0 &&
                           chown(QFile::encodeName(dir.path()).constData(), 65534, 65534) == 0));
         QVERIFY(QFile::setPermissions(path, fileMode) && QFile::setPermissions(dir.path(), folderMode));
-        const Run tree = runProgram(program, cli + QStringList{QStringLiteral("tree")} + data);
-        const Run refresh = runProgram(program, cli + QStringList{QStringLiteral("refresh")} + data);
+        const Run tree = runProgram(program, cli + QStringList{"tree"} + data);
+        const Run refresh = runProgram(program, cli + QStringList{"refresh"} + data);
         QFile::setPermissions(dir.path(), rwx);
         QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner);
         QCOMPARE(tree.exitCode, treeExit);
-        QVERIFY(treeExit ? tree.err.contains(QStringLiteral("Cannot open ") + path)
-                         : tree.lines().join(u'\n').contains(QStringLiteral("Caf\u00e9")));
+        QVERIFY(treeExit ? tree.err.contains("Cannot open " + path)
+                         : tree.lines().join(u'\n').contains("Caf\u00e9"));
         QCOMPARE(refresh.exitCode, 4);
-        QVERIFY(refresh.err.contains(path) &&
-                (treeExit || refresh.err.contains(QStringLiteral("write access"))));
+        QVERIFY(refresh.err.contains(path) && (treeExit || refresh.err.contains("write access")));
         QCOMPARE(ReadBytes(path), forms[0].first);
-        QVERIFY(!QFile::exists(unreadable) && !QFile::exists(path + QStringLiteral(".bak")));
+        QVERIFY(!QFile::exists(unreadable) && !QFile::exists(path + ".bak"));
     }
 }
 
@@ -213,14 +204,18 @@ void tst_modXML::cdataTerminatorStaysOneSection_data() {
     QTest::addColumn<QString>("url");
     QTest::addColumn<QString>("nameRead");
     QTest::addColumn<QString>("urlRead");
-    QTest::newRow("in both") << QStringLiteral("a]]>b")
-                             << QStringLiteral("http://x/a]]>bQQsorecordsperpageZ50")
-                             << QStringLiteral("a]] >b")
-                             << QStringLiteral("http://x/a]]%3EbQQsorecordsperpageZ50");
-    QTest::newRow("at the ends") << QStringLiteral("]]>x]]>") << QStringLiteral("]]>")
-                                 << QStringLiteral("]] >x]] >") << QStringLiteral("]]%3E");
-    QTest::newRow("brackets alone") << QStringLiteral("]]]>") << QStringLiteral("a]]b>")
-                                    << QStringLiteral("]]] >") << QStringLiteral("a]]b>");
+    QTest::newRow("in both") << "a]]>b"
+                             << "http://x/a]]>bQQsorecordsperpageZ50"
+                             << "a]] >b"
+                             << "http://x/a]]%3EbQQsorecordsperpageZ50";
+    QTest::newRow("at the ends") << "]]>x]]>"
+                                 << "]]>"
+                                 << "]] >x]] >"
+                                 << "]]%3E";
+    QTest::newRow("brackets alone") << "]]]>"
+                                    << "a]]b>"
+                                    << "]]] >"
+                                    << "a]]b>";
 }
 
 void tst_modXML::cdataTerminatorStaysOneSection() {

@@ -1,14 +1,17 @@
 #include "LocalHttpServer.h"
+#include "SiteSim.h"
 #include "harvest/BrowserPage.h"
 #include "harvest/FilePageSource.h"
 #include "harvest/HttpPageSource.h"
 #include "platform/HostHooks.h"
 
+#include <QElapsedTimer>
 #include <QFile>
 #include <QNetworkProxy>
 #include <QSet>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
 
 namespace {
 
@@ -153,6 +156,31 @@ private Q_SLOTS:
         QVERIFY(page.Document());
         QVERIFY(page.Document()->all().empty());
         QVERIFY(!page.Document()->documentElement());
+        QCOMPARE(page.Failure(), PageFailure::TimedOut);
+    }
+
+    void drippingPageEndsAtTheOverallBound() {
+        SiteSim site({QStringLiteral("--fault"), QStringLiteral("drip=QQsacat"),
+                      QStringLiteral("--drip-interval"), QStringLiteral("10")});
+        QVERIFY(site.isRunning());
+        HttpPageSource::SetProxy(
+            QNetworkProxy(QNetworkProxy::HttpProxy, QStringLiteral("127.0.0.1"), site.port()));
+        HttpPageSource source;
+        QCOMPARE(source.TotalTimeoutMs(), 120000);
+        // A byte every 10 ms never lets the silence bound trip; only the overall one ends it.
+        source.SetSilenceTimeoutMs(150);
+        source.SetTotalTimeoutMs(400);
+        BrowserPage page(&source);
+        QElapsedTimer clock;
+        clock.start();
+        page.Navigate(QStringLiteral("http://listings.ebay.com/Coins_W0QQsacatZ11000"));
+        QObject watchdog; // fails fast when nothing bounds the load
+        QTimer::singleShot(10000, &watchdog, [&page] { page.Stop(); });
+        WaitAsTheRunDoes(page);
+        const qint64 elapsed = clock.elapsed();
+        HttpPageSource::SetProxy(QNetworkProxy(QNetworkProxy::NoProxy));
+        QVERIFY2(elapsed >= 400, qPrintable(QString::number(elapsed)));
+        QVERIFY(page.Document()->all().empty());
         QCOMPARE(page.Failure(), PageFailure::TimedOut);
     }
 

@@ -219,6 +219,23 @@ void SiteServer::Respond(Connection* connection, const Request& request) {
         connection->finished = true;
         return;
     }
+    if (fault && fault->mode == SiteFault::Mode::Drip) {
+        // The head at once, then the body a byte at a time: never silent for long, never done.
+        socket->write(head);
+        connection->finished = true;
+        auto* timer = new QTimer(socket);
+        connect(timer, &QTimer::timeout, socket,
+                [socket, timer, body = withBody ? answer.body : QByteArray(), sent = qsizetype(0)]() mutable {
+                    if (sent < body.size())
+                        socket->write(body.constData() + sent++, 1);
+                    if (sent >= body.size()) {
+                        timer->stop();
+                        socket->disconnectFromHost();
+                    }
+                });
+        timer->start(m_dripInterval);
+        return;
+    }
     if (fault && fault->mode == SiteFault::Mode::Reset) {
         socket->write(head + answer.body.left(answer.body.size() / 2));
         connection->finished = true;

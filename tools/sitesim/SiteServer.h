@@ -13,7 +13,7 @@ class QTcpSocket;
 
 // How the server misbehaves for the URLs that hold a given text.
 struct SiteFault {
-    enum class Mode { Stall, Reset, ServerError, Garbage, Huge };
+    enum class Mode { Stall, Reset, ServerError, Garbage, Huge, Drip };
     Mode mode;
     QString substring;
 };
@@ -32,6 +32,8 @@ public:
     QString ErrorText() const { return m_server.errorString(); }
 
     void SetLatency(int milliseconds) { m_latency = milliseconds; }
+    // How long a dripping answer waits between two bytes of its body.
+    void SetDripInterval(int milliseconds) { m_dripInterval = milliseconds; }
     void SetProbeAnswer(ProbeAnswer answer) { m_probe = answer; }
     void AddFault(const SiteFault& fault) { m_faults.append(fault); }
     bool SetLog(const QString& path);
@@ -62,6 +64,7 @@ private:
     QTcpServer m_server;
     QFile m_log;
     int m_latency = 0;
+    int m_dripInterval = 1000;
     ProbeAnswer m_probe = ProbeAnswer::Ok;
     QList<SiteFault> m_faults;
 };

@@ -30,7 +30,9 @@
 //   --print-catalogue S    print site S's tree as a refresh builds it ("FullPath<TAB>URL") and exit
 //   --fault MODE=TEXT      for every URL that holds TEXT (repeatable): stall (headers, then silence),
 //                          reset (half the body, then a reset), 500 (an error page), garbage (random
-//                          bytes as text/html), huge (a 20 MiB page)
+//                          bytes as text/html), huge (a 20 MiB page), drip (the head, then the
+//                          body one byte a second)
+//   --drip-interval MS     the wait between two bytes of a dripping answer (default 1000)
 //   --probe ok|empty|500   what the probe URL answers
 // SIGTERM and SIGINT end it cleanly.
 
@@ -89,13 +91,16 @@ int main(int argc, char* argv[]) {
                                          QStringLiteral("Print the tree of SITE and exit."),
                                          QStringLiteral("SITE"));
     const QCommandLineOption faultOption(
-        QStringLiteral("fault"), QStringLiteral("stall|reset|500|garbage|huge for URLs that hold TEXT."),
+        QStringLiteral("fault"), QStringLiteral("stall|reset|500|garbage|huge|drip for URLs that hold TEXT."),
         QStringLiteral("MODE=TEXT"));
+    const QCommandLineOption dripOption(QStringLiteral("drip-interval"),
+                                        QStringLiteral("Wait between two bytes of a drip fault."),
+                                        QStringLiteral("MS"), QStringLiteral("1000"));
     const QCommandLineOption probeOption(QStringLiteral("probe"),
                                          QStringLiteral("The probe's answer: ok, empty, 500."),
                                          QStringLiteral("ANSWER"), QStringLiteral("ok"));
     parser.addOptions({portOption, seedOption, latencyOption, logOption, mainsOption, subsOption, printOption,
-                       faultOption, probeOption});
+                       faultOption, dripOption, probeOption});
     parser.process(app);
 
     bool ok = false;
@@ -108,6 +113,9 @@ int main(int argc, char* argv[]) {
     const int latency = parser.value(latencyOption).toInt(&ok);
     if (!ok || latency < 0)
         return Fail(QStringLiteral("bad latency: ") + parser.value(latencyOption));
+    const int dripInterval = parser.value(dripOption).toInt(&ok);
+    if (!ok || dripInterval < 1)
+        return Fail(QStringLiteral("bad drip interval: ") + parser.value(dripOption));
     if (parser.isSet(mainsOption) != parser.isSet(subsOption))
         return Fail(QStringLiteral("--mains and --subs go together"));
     int mains = 0;
@@ -141,6 +149,7 @@ int main(int argc, char* argv[]) {
     SitePages pages(catalogues, seed);
     SiteServer server(pages);
     server.SetLatency(latency);
+    server.SetDripInterval(dripInterval);
 
     const QString probe = parser.value(probeOption);
     if (probe == QLatin1String("empty"))
@@ -164,6 +173,8 @@ int main(int argc, char* argv[]) {
             fault.mode = SiteFault::Mode::Garbage;
         else if (mode == QLatin1String("huge"))
             fault.mode = SiteFault::Mode::Huge;
+        else if (mode == QLatin1String("drip"))
+            fault.mode = SiteFault::Mode::Drip;
         else
             return Fail(QStringLiteral("bad fault: ") + faultText);
         // An empty text would match every URL; that is allowed, but only when asked for with "=".
