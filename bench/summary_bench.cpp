@@ -21,7 +21,7 @@ int main(int argc, char* argv[]) {
     for (int i = 0; i < Words; ++i) {
         const QString word = QStringLiteral("Keyword%1").arg(i);
         const qsizetype column = HarvestState.KeywordTable.Add(word, word.toUpper());
-        HarvestState.KeywordTable.SetCount(column, QString::number(1 + (Words / (1 + (i * 37) % Words))));
+        HarvestState.KeywordTable.SetCount(column, 1 + (Words / (1 + (i * 37) % Words)));
     }
     HarvestState.KeywordsFound = Words;
     HarvestState.SelectedPath = QStringLiteral("eBay~Coins & Paper Money~World Coins");

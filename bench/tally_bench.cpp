@@ -14,6 +14,7 @@
 #include <QTemporaryDir>
 #include <cstdio>
 #include <ctime>
+#include <malloc.h>
 #include <vector>
 
 namespace {
@@ -112,6 +113,52 @@ struct LiteralTally {
     }
 };
 
+// Heap in use, small blocks and mapped ones.
+qint64 heapBytes() {
+    const struct mallinfo2 info = mallinfo2();
+    return qint64(info.uordblks) + qint64(info.hblkhd);
+}
+
+// Titles of random words, nearly all distinct, as on a hostile page of random titles.
+QStringList makeRandomTitles(int count, qint64& letters) {
+    QRandomGenerator random(7);
+    QStringList titles;
+    letters = 0;
+    for (int t = 0; t < count; ++t) {
+        QStringList words;
+        for (int w = 0; w < 8; ++w) {
+            QString word;
+            for (int i = 4 + int(random.bounded(7)); i > 0; --i)
+                word += QChar(u'a' + random.bounded(26));
+            letters += word.size();
+            words << word;
+        }
+        titles << words.join(u' ');
+    }
+    return titles;
+}
+
+// The heap that the tally holds per distinct word, measured over random titles; the words' own
+// text (two bytes a character, once) is given apart.
+void printMemoryPerWord() {
+    qint64 letters = 0;
+    const QStringList titles = makeRandomTitles(25000, letters);
+    HarvestState = HarvestRecord();
+    LoadExclusions();
+    ResetKeywordTable();
+    const qint64 before = heapBytes();
+    for (const QString& title : titles)
+        TallyTitle(title);
+    const qint64 held = heapBytes() - before;
+    const qsizetype distinct = HarvestState.KeywordTable.LastEntry();
+    const double text = 2.0 * double(letters) / double(titles.size() * 8);
+    std::printf("memory: %lld distinct random words (%.1f characters on average): %.0f bytes a word, "
+                "%.0f beyond its own text (%.0f); target < 300\n",
+                static_cast<long long>(distinct), text / 2, double(held) / double(distinct),
+                double(held) / double(distinct) - text, text);
+    HarvestState = HarvestRecord();
+}
+
 double cpuSeconds() {
     return double(std::clock()) / CLOCKS_PER_SEC;
 }
@@ -156,7 +203,10 @@ int main(int argc, char** argv) {
         for (const QString& title : titles)
             literal.tally(title);
         const double baseline = timer.nsecsElapsed() / 1e9;
-        const bool same = qsizetype(literal.words.size()) - 1 == distinct;
+        bool same = qsizetype(literal.words.size()) - 1 == distinct;
+        for (qsizetype n = 1; same && n <= distinct; ++n)
+            same = literal.words[size_t(n)] == HarvestState.KeywordTable.Word(n) &&
+                   literal.counts[size_t(n)] == HarvestState.KeywordTable.Count(n);
 
         std::printf(
             "%6d titles, %7lld words, %6lld distinct: %.4f s wall, %.4f s CPU, %.0f titles/s, %.0f words/s\n",
@@ -165,5 +215,6 @@ int main(int argc, char** argv) {
         std::printf("        literal table walk: %.3f s; ratio %.0fx%s\n", baseline, baseline / ours,
                     same ? "" : "  (RESULTS DIFFER)");
     }
+    printMemoryPerWord();
     return 0;
 }

@@ -6,7 +6,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 if [ "${1:-}" = "--asan" ]; then
     export MARQUILL_BUILD_DIR=build-asan MARQUILL_SANITIZE=ON
-    export ASAN_OPTIONS="detect_leaks=0:abort_on_error=1" UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
+    export LSAN_OPTIONS="suppressions=$PWD/tools/lsan.supp:print_suppressions=0"
+    export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1" UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
 fi
 tools/setup.sh
 build="${MARQUILL_BUILD_DIR:-build}"

@@ -2,8 +2,8 @@
 
 #include "SubstringIndex.h"
 
-#include <QHash>
 #include <QString>
+#include <QStringView>
 #include <cstdint>
 #include <vector>
 
@@ -31,8 +31,10 @@ QString ListingsBaseUrl(const QString& siteLabel);
 
 // The table of a search: two rows (0 the count as decimal text, 1 the word as first met) and
 // one column per distinct word. Column 0 exists and stays empty; entries are numbered from 1.
-// Beside the cells it keeps an index from the upper-cased word to its column, so that a word
-// met before is found without walking the table.
+// A search of a hostile page meets millions of words, so the cells are not kept as texts of their
+// own: the words lie end to end in one text, the counts are 32-bit numbers (each text is made
+// when asked for), and an index from the upper-cased word to its column finds a word met before
+// without walking the table.
 class KeywordGrid {
 public:
     KeywordGrid() { Reset(); }
@@ -40,23 +42,38 @@ public:
     // Back to the single cell of row 0, column 0.
     void Reset();
     // The highest column number: the number of the last entry, 0 when there is none.
-    qsizetype LastEntry() const { return qsizetype(m_words.size()) - 1; }
+    qsizetype LastEntry() const { return qsizetype(m_counts.size()) - 1; }
     // Whether the table is still the single cell of a reset (one row, one column).
     bool IsSingleCell() const { return m_singleCell; }
 
-    const QString& Count(qsizetype column) const { return m_counts[size_t(column)]; }
-    const QString& Word(qsizetype column) const { return m_words[size_t(column)]; }
-    void SetCount(qsizetype column, const QString& count) { m_counts[size_t(column)] = count; }
+    // Column 0 gives empty texts.
+    QString Count(qsizetype column) const;
+    QString Word(qsizetype column) const;
+    std::int32_t CountValue(qsizetype column) const { return m_counts[size_t(column)]; }
+    void SetCount(qsizetype column, std::int32_t count) { m_counts[size_t(column)] = count; }
 
-    // Appends an entry with the count "1"; returns its column.
+    // Appends an entry with the count 1; returns its column. upperWord must have no entry yet.
     qsizetype Add(const QString& word, const QString& upperWord);
     // The column whose word, upper-cased, equals upperWord; 0 when none does.
-    qsizetype Find(const QString& upperWord) const { return m_index.value(upperWord, 0); }
+    qsizetype Find(QStringView upperWord) const;
 
 private:
-    std::vector<QString> m_counts;
-    std::vector<QString> m_words;
-    QHash<QString, qsizetype> m_index;
+    // Entry n of a joined text runs from the end of entry n - 1 to its own end.
+    static QStringView entryOf(const QString& text, const std::vector<qsizetype>& ends, qsizetype column);
+    void insertSlot(std::uint32_t hash, std::uint32_t column);
+
+    // Open addressing, linear probing; column 0 marks a free slot. The table is kept at most half
+    // full, so a probe ends after a step or two.
+    struct Slot {
+        std::uint32_t hash = 0;
+        std::uint32_t column = 0;
+    };
+    QString m_words;
+    QString m_upperWords;
+    std::vector<qsizetype> m_wordEnds;
+    std::vector<qsizetype> m_upperEnds;
+    std::vector<std::int32_t> m_counts;
+    std::vector<Slot> m_slots;
     bool m_singleCell = true;
 };
 
@@ -76,10 +93,9 @@ struct HarvestRecord {
     QString SeenKeywords;
     KeywordGrid KeywordTable;
 
-    // Upper-cased mirrors of the two texts above, kept in step with them, so that the substring
-    // tests of the tally cost the length of the word and not the length of the text.
+    // An upper-cased mirror of ExclusionText, kept in step with it, so that the exclusion test of
+    // each word costs the length of the word and not the length of the text.
     SubstringIndex ExclusionIndex;
-    SubstringIndex SeenIndex;
 };
 
 extern HarvestRecord HarvestState;

@@ -61,10 +61,12 @@ void ResetKeywordTable() {
     HarvestState.KeywordTable.Reset();
 }
 
+// The tally does without this answer (see TallyTitle), so it searches the text itself rather than
+// keep an index of it that would cost more memory than the words.
 bool IsKeywordSeen(const QString& upperWord) {
     if (HarvestState.SeenKeywords.isEmpty())
         return false;
-    return HarvestState.SeenIndex.Contains(upperWord.toUpper());
+    return HarvestState.SeenKeywords.toUpper().contains(upperWord.toUpper(), Qt::CaseSensitive);
 }
 
 namespace {
@@ -86,9 +88,8 @@ void raiseCount(qsizetype column) {
     KeywordGrid& table = HarvestState.KeywordTable;
     // A count goes through a 32-bit integer; it cannot get near its end in one search, but a
     // wrap would show a negative count, so it stops at the top instead.
-    const qint64 count = table.Count(column).toLongLong() + 1;
-    table.SetCount(column,
-                   QString::number(std::min<qint64>(count, std::numeric_limits<std::int32_t>::max())));
+    const qint64 count = qint64(table.CountValue(column)) + 1;
+    table.SetCount(column, std::int32_t(std::min<qint64>(count, std::numeric_limits<std::int32_t>::max())));
 }
 
 void addKeyword(const QString& word, const QString& upperWord) {
@@ -97,7 +98,6 @@ void addKeyword(const QString& word, const QString& upperWord) {
                                 QString::number(HarvestState.KeywordsFound));
     HarvestState.KeywordTable.Add(word, upperWord);
     HarvestState.SeenKeywords.append(word);
-    HarvestState.SeenIndex.Append(upperWord);
 }
 
 } // namespace
@@ -122,13 +122,11 @@ void TallyTitle(const QString& title) {
         const bool dropped = piece.isEmpty() || IsNumeric(piece, locale) || piece.size() == 1 ||
                              HarvestState.ExclusionIndex.Contains(piece.toUpper()) || !cleanPiece(piece);
         if (!dropped) {
+            // The seen-text is only a hint, and the table's index answers alone: a word with an
+            // entry is always in the seen-text, and a word without one gets a new entry whatever
+            // the seen-text says. Asking the hint would only cost a search of it.
             const QString upperWord = piece.toUpper();
-            const bool seen = IsKeywordSeen(upperWord);
-            if (stopRequested())
-                return;
-            // The seen-text is only a hint: a word can hide inside a longer one, so a hint still
-            // needs the table, found here through its index rather than a walk.
-            const qsizetype column = seen ? HarvestState.KeywordTable.Find(upperWord) : 0;
+            const qsizetype column = HarvestState.KeywordTable.Find(upperWord);
             if (column > 0)
                 raiseCount(column);
             else

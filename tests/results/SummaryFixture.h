@@ -17,7 +17,7 @@ inline void FillKeywordTable(const QVector<QPair<QString, int>>& entries) {
     HarvestState.KeywordTable.Reset();
     for (const auto& [word, count] : entries) {
         const qsizetype column = HarvestState.KeywordTable.Add(word, word.toUpper());
-        HarvestState.KeywordTable.SetCount(column, QString::number(count));
+        HarvestState.KeywordTable.SetCount(column, count);
     }
     HarvestState.KeywordsFound = std::int32_t(entries.size());
 }
