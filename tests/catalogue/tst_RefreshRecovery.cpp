@@ -1,13 +1,9 @@
 // marquill-cli refresh killed at random moments, and run into a disk that fills up: the category
 // file always loads with the other site whole, and restore gives back the file from before.
-#include "CatalogueTree.h"
 #include "CategoryFileBytes.h"
 #include "CliRun.h"
 #include "SiteSim.h"
 #include "catalogue/CategoryBackup.h"
-#include "catalogue/CategoryCatalogue.h"
-#include "catalogue/modXML.h"
-#include "platform/HostHooks.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -25,10 +21,10 @@ namespace {
 // file would not load and be kept aside.
 QStringList TreeInFile(const QString& path, const QString& site) {
     QTemporaryDir scratch;
-    const QString copy = scratch.filePath(QStringLiteral("aeurl.xml"));
+    const QString copy = scratch.filePath("aeurl.xml");
     Hooks().SiteLabel = [site] { return site; };
     const bool loads = QFile::copy(path, copy) && OpenCategoryFile(copy, CategoryRootName) &&
-                       !QFile::exists(copy + QStringLiteral(".unreadable"));
+                       !QFile::exists(copy + ".unreadable");
     ReloadCategoryTree();
     ReleaseCategoryFile();
     return loads ? TreeLines(CurrentCategoryTree()) : QStringList();
@@ -43,18 +39,13 @@ private Q_SLOTS:
 };
 
 void tst_RefreshRecovery::fullDiskAndKillsLeaveAFileThatLoadsAndRestores() {
-    SiteSim site({QStringLiteral("--mains"), QStringLiteral("2"), QStringLiteral("--subs"),
-                  QStringLiteral("14"), QStringLiteral("--latency"), QStringLiteral("1")});
+    SiteSim site({"--mains", "2", "--subs", "14", "--latency", "1"});
     QTemporaryDir data;
     QVERIFY(site.isRunning() && data.isValid());
-    const QString path = data.filePath(QStringLiteral("aeurl.xml"));
-    const QString proxy = site.proxyUrl().toString();
-    const QStringList options{QStringLiteral("--data"), data.path(), QStringLiteral("--proxy"), proxy};
-    const QStringList refreshUs =
-        QStringList{QStringLiteral("refresh"), QStringLiteral("--site"), USSiteLabel} + options;
-    QCOMPARE(runCli(QStringList{QStringLiteral("refresh"), QStringLiteral("--site"), UKSiteLabel} + options)
-                 .exitCode,
-             0);
+    const QString path = data.filePath("aeurl.xml"), proxy = site.proxyUrl().toString();
+    const QStringList options{"--data", data.path(), "--proxy", proxy};
+    const QStringList refreshUs = QStringList{"refresh", "--site", USSiteLabel} + options;
+    QCOMPARE(runCli(QStringList{"refresh", "--site", UKSiteLabel} + options).exitCode, 0);
     QByteArray former = ReadBytes(path);
     const QStringList ukTree = site.catalogue(UKSiteLabel);
 
@@ -68,38 +59,30 @@ void tst_RefreshRecovery::fullDiskAndKillsLeaveAFileThatLoadsAndRestores() {
                        "else ulimit -f %2; trap '' XFSZ; fi; cp \"$2/aeurl.xml\" \"$1/\"; "
                        "\"$3\" refresh --site ebay.com --data \"$1\" --proxy \"$4\"; status=$?; cp -a "
                        "\"$1\"/. \"$2/\"; exit $status");
-    const bool mayMount =
-        geteuid() == 0 &&
-        QProcess::execute(QStringLiteral("unshare"),
-                          {QStringLiteral("--mount"), QStringLiteral("sh"), QStringLiteral("-c"),
-                           QStringLiteral("mount -t tmpfs tmpfs /mnt")}) == 0;
+    const bool mayMount = geteuid() == 0 && QProcess::execute("unshare", {"--mount", "sh", "-c",
+                                                                          "mount -t tmpfs tmpfs /mnt"}) == 0;
     QTemporaryDir mount;
     const Run full = runProgram(
-        QString::fromLatin1(mayMount ? "unshare" : "sh"),
-        QStringList(mayMount ? QStringList{QStringLiteral("--mount"), QStringLiteral("sh")} : QStringList()) +
-            QStringList{QStringLiteral("-c"),
-                        script.arg(4 * (3 * pages + 1)).arg((former.size() + 2000) / 512),
-                        QStringLiteral("sh"), mount.path(), data.path(), QStringLiteral(MARQUILL_CLI), proxy,
-                        QString::fromLatin1(mayMount ? "tmpfs" : "limit")});
+        mayMount ? "unshare" : "sh",
+        QStringList(mayMount ? QStringList{"--mount", "sh"} : QStringList()) +
+            QStringList{"-c", script.arg(4 * (3 * pages + 1)).arg((former.size() + 2000) / 512), "sh",
+                        mount.path(), data.path(), MARQUILL_CLI, proxy, mayMount ? "tmpfs" : "limit"});
     QCOMPARE(full.exitCode, 6);
-    QVERIFY(full.err.contains(QStringLiteral("Cannot save ")));
-    QCOMPARE(ReadBytes(path + QStringLiteral(".bak")), former);
+    QVERIFY(full.err.contains("Cannot save "));
+    QCOMPARE(ReadBytes(path + ".bak"), former);
     // The last good file: the other site whole, and this one's finds up to the refused save, which
     // is not counted among them.
     QCOMPARE(TreeInFile(path, UKSiteLabel), ukTree);
     const QStringList usTree = TreeInFile(path, USSiteLabel);
-    const qsizetype mains = usTree.filter(QRegularExpression(QStringLiteral("^[^~]*~[^~]*\t"))).size();
-    QVERIFY(full.err.contains(
-        QStringLiteral("Total Found: %1 (%2)\n").arg(mains).arg(usTree.size() - 1 - mains)));
+    const qsizetype mains = usTree.filter(QRegularExpression("^[^~]*~[^~]*\t")).size();
+    QVERIFY(full.err.contains(QString("Total Found: %1 (%2)\n").arg(mains).arg(usTree.size() - 1 - mains)));
     QCOMPARE(usTree, site.catalogue(USSiteLabel).mid(0, usTree.size()));
-    QCOMPARE(QDir(data.path()).entryList({QStringLiteral("*.tmp-*")}, QDir::Files), QStringList());
+    QCOMPARE(QDir(data.path()).entryList({"*.tmp-*"}, QDir::Files), QStringList());
 
     QElapsedTimer clock;
     clock.start();
-    const Run complete =
-        runCli(refreshUs + QStringList{QStringLiteral("--report"), mount.filePath(QStringLiteral("r"))});
-    QVERIFY(complete.exitCode == 0 &&
-            ReadBytes(mount.filePath(QStringLiteral("r"))).contains(R"("outcome": "completed")"));
+    QCOMPARE(runCli(refreshUs + QStringList{"--report", mount.filePath("r")}).exitCode, 0);
+    QVERIFY(ReadBytes(mount.filePath("r")).contains(R"("outcome": "completed")"));
     const qint64 runMicroseconds = clock.nsecsElapsed() / 1000;
     former = ReadBytes(path);
     // Kills at random moments of a run's length land anywhere, saves included. The last round is
@@ -111,7 +94,7 @@ void tst_RefreshRecovery::fullDiskAndKillsLeaveAFileThatLoadsAndRestores() {
         const bool stop = kill >= 20;
         const qsizetype requests = site.requestLog().size();
         QProcess refresh;
-        refresh.start(QStringLiteral(MARQUILL_CLI), refreshUs);
+        refresh.start(MARQUILL_CLI, refreshUs);
         QVERIFY(refresh.waitForStarted());
         if (stop) {
             // The refresh first saves the file without the site's entries, then once per find.
@@ -134,16 +117,16 @@ void tst_RefreshRecovery::fullDiskAndKillsLeaveAFileThatLoadsAndRestores() {
         stopSeen = err.contains("are partial. To put back");
 
         QCOMPARE(TreeInFile(path, UKSiteLabel), ukTree);
-        const bool unfinished = QFile::exists(path + QStringLiteral(".refreshing"));
+        const bool unfinished = QFile::exists(path + ".refreshing");
         // The command-line tool's word on the mark, and its restore, every fifth round; the same
         // restore in this process in the others, to keep the rounds quick.
         QString error;
         if (kill % 5 == 0) {
-            QCOMPARE(runCli({QStringLiteral("tree"), QStringLiteral("--site"), USSiteLabel,
-                             QStringLiteral("--data"), data.path()})
-                         .err.contains(QStringLiteral("did not finish")),
-                     unfinished);
-            QCOMPARE(runCli({QStringLiteral("restore"), QStringLiteral("--data"), data.path()}).exitCode, 0);
+            const QStringList folder{"--data", data.path()};
+            QCOMPARE(
+                runCli(QStringList{"tree", "--site", USSiteLabel} + folder).err.contains("did not finish"),
+                unfinished);
+            QCOMPARE(runCli(QStringList{"restore"} + folder).exitCode, 0);
         } else {
             QVERIFY(RestoreCategoryFile(path, error));
         }

@@ -13,7 +13,6 @@ private Q_SLOTS:
     void exitStatuses_data();
     void exitStatuses();
     void exitStatusesOfRuns();
-    void refreshFillsTheFileFromTheSite();
     void filesAreFoundByTheRules();
 
 private:
@@ -28,53 +27,47 @@ void tst_Cli::initTestCase() {
 }
 
 void tst_Cli::searchEachScope() {
-    const qsizetype before = m_run.site->requestLog().size();
-    Run sub = runCli(QStringList{"search", "--node", AsianAntiques} + m_run.Common());
-    QCOMPARE(sub.exitCode, 0);
-    verifyList(sub.out);
-    QVERIFY(sub.err.contains("Main: Antiques\nSub: Asian Antiques"));
-    QCOMPARE(m_run.site->requestLog().value(before), "http://www.ebay.com/"); // the probe comes first
-
-    const qsizetype beforeMain = m_run.site->requestLog().size();
-    Run main =
-        runCli(QStringList{"search", "--node", "Select Category~Art", "--auctions", "60"} + m_run.Common());
-    QCOMPARE(main.exitCode, 0);
-    verifyList(main.out);
-    QVERIFY(main.err.contains("Sub: All Sub Categories"));
-    QCOMPARE(m_run.site->requestLog().mid(beforeMain).size(), 1 + 2); // probe, then two pages for 60 auctions
-
-    Run root = runCli(QStringList{"search", "--node", "Select Category", "--auctions", "30", "--quiet"} +
-                      m_run.Common());
-    QCOMPARE(root.exitCode, 0);
-    verifyList(root.out);
-    QVERIFY(root.err.isEmpty());
+    // A sub-category, a main category at 60 auctions, the root quietly. The probe comes first.
+    const QList<std::tuple<QStringList, QString, int>> scopes{
+        {{"--node", AsianAntiques}, "Main: Antiques\nSub: Asian Antiques", 1 + 5},
+        {{"--node", "Select Category~Art", "--auctions", "60"}, "Sub: All Sub Categories", 1 + 2},
+        {{"--node", "Select Category", "--auctions", "30", "--quiet"}, "", -1}};
+    for (const auto& [options, told, requests] : scopes) {
+        const qsizetype before = m_run.site->requestLog().size();
+        const Run run = runCli(QStringList{"search"} + options + m_run.Common());
+        QCOMPARE(run.exitCode, 0);
+        verifyList(run.out);
+        QVERIFY(told.isEmpty() ? run.err.isEmpty() : run.err.contains(told));
+        QCOMPARE(m_run.site->requestLog().value(before), "http://www.ebay.com/");
+        QVERIFY(requests < 0 || m_run.site->requestLog().size() - before == requests);
+    }
 }
 
 void tst_Cli::exitStatuses_data() {
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<int>("status");
     QTest::addColumn<QString>("told");
+    const auto row = [](const char* name, const QStringList& arguments, int status, const char* told) {
+        QTest::newRow(name) << arguments << status << QString(told);
+    };
     const QStringList search{"search", "--node", "Select Category"};
-    const auto with = [&search](std::initializer_list<QString> more) { return search + QStringList(more); };
-    QTest::newRow("unknown node") << QStringList{"search", "--node", "Select Category~Nowhere"} << 2
-                                  << "no node \"Select Category~Nowhere\"";
-    QTest::newRow("unknown site") << with({"--site", "ebay.de"}) << 2 << "--site must be";
-    QTest::newRow("missing site") << QStringList{"tree"} << 2 << "tree: missing --site";
-    QTest::newRow("missing node") << QStringList{"search", "--quiet"} << 2 << "search: missing --node";
-    QTest::newRow("no auctions") << with({"--auctions", "0"}) << 2 << "--auctions must be";
-    QTest::newRow("auctions beyond 32 bits")
-        << with({"--auctions", "2147483648"}) << 2 << "--auctions must be";
-    QTest::newRow("unknown format") << with({"--format", "xml"}) << 2 << "--format must be";
-    QTest::newRow("unknown locale") << with({"--locale", "xx_QQ"}) << 2 << "--locale must";
-    QTest::newRow("no parallel load") << with({"--parallel", "0"}) << 2 << "--parallel must be";
-    QTest::newRow("no --help-all") << with({"--help-all"}) << 2 << "help-all";
-    QTest::newRow("unknown command") << QStringList{"bogus"} << 2 << "unknown command \"bogus\"";
-    QTest::newRow("command help") << QStringList{"search", "--help"} << 0
-                                  << "Usage: marquill-cli search [options]";
-    QTest::newRow("program help") << QStringList{"--help"} << 0 << "130  stopped by Ctrl-C";
-    QTest::newRow("version") << QStringList{"--version"} << 0 << "marquill-cli 1.";
-    QTest::newRow("output cannot be written")
-        << with({"--output", "/nonexistent/words.csv"}) << 7 << "cannot write /nonexistent/words.csv";
+    row("unknown node", {"search", "--node", "Select Category~Nowhere"}, 2,
+        "no node \"Select Category~Nowhere\"");
+    row("unknown site", search + QStringList{"--site", "ebay.de"}, 2, "--site must be");
+    row("missing site", {"tree"}, 2, "tree: missing --site");
+    row("missing node", {"search", "--quiet"}, 2, "search: missing --node");
+    row("no auctions", search + QStringList{"--auctions", "0"}, 2, "--auctions must be");
+    row("auctions beyond 32 bits", search + QStringList{"--auctions", "2147483648"}, 2, "--auctions must be");
+    row("unknown format", search + QStringList{"--format", "xml"}, 2, "--format must be");
+    row("unknown locale", search + QStringList{"--locale", "xx_QQ"}, 2, "--locale must");
+    row("no parallel load", search + QStringList{"--parallel", "0"}, 2, "--parallel must be");
+    row("no --help-all", search + QStringList{"--help-all"}, 2, "help-all");
+    row("unknown command", {"bogus"}, 2, "unknown command \"bogus\"");
+    row("command help", {"search", "--help"}, 0, "Usage: marquill-cli search [options]");
+    row("program help", {"--help"}, 0, "130  stopped by Ctrl-C");
+    row("version", {"--version"}, 0, "marquill-cli 1.");
+    row("output cannot be written", search + QStringList{"--output", "/nonexistent/w.csv"}, 7,
+        "cannot write /nonexistent/w.csv");
 }
 
 void tst_Cli::exitStatuses() {
@@ -95,12 +88,18 @@ void tst_Cli::exitStatusesOfRuns() {
     QVERIFY(down.err.contains("You appear not to be online.."));
     QCOMPARE(offline.requestLog(), QStringList{"http://www.ebay.com/"});
 
-    // A folder where the category file should be: it cannot be opened.
-    QTemporaryDir blocked;
-    QVERIFY(QDir(blocked.path()).mkdir("aeurl.xml"));
-    Run cannot = runCli({"tree", "--site", USSiteLabel, "--data", blocked.path()});
-    QCOMPARE(cannot.exitCode, 4);
-    QVERIFY(cannot.err.contains("Cannot open"));
+    // Nothing found (no server behind the proxy): the former entries stay, exit 5.
+    quint16 deadPort = 0;
+    {
+        SiteSim gone;
+        deadPort = gone.port();
+    }
+    const QStringList tree{"tree", "--site", USSiteLabel, "--data", m_run.dir.path()};
+    const Run none = runCli({"refresh", "--site", USSiteLabel, "--data", m_run.dir.path(), "--proxy",
+                             QStringLiteral("http://127.0.0.1:%1").arg(deadPort)});
+    QCOMPARE(none.exitCode, 5);
+    QVERIFY(none.err.contains("the former categories are kept"));
+    QCOMPARE(runCli(tree).lines(), m_run.catalogue);
 
     // Ctrl-C stops a search, which still prints what it found and keeps its titles, and a refresh.
     QTemporaryDir data;
@@ -129,31 +128,6 @@ void tst_Cli::exitStatusesOfRuns() {
         for (const QStringList& row : readCsv(QString::fromUtf8(found)))
             QVERIFY(recounted.value(row[0]) >= row[1].toInt());
     }
-}
-
-void tst_Cli::refreshFillsTheFileFromTheSite() {
-    QTemporaryDir data;
-    writeCatalogue(data.path(), UKSiteLabel, m_run.site->catalogue(UKSiteLabel));
-    const Run run = runCli({"refresh", "--site", USSiteLabel, "--data", data.path(), "--proxy",
-                            m_run.site->proxyUrl().toString()});
-    QCOMPARE(run.exitCode, 0);
-    QVERIFY(run.err.contains("Total Found: 12 ("));
-    const QStringList args{"--data", data.path()};
-    QCOMPARE(runCli(QStringList{"tree", "--site", USSiteLabel} + args).lines(), m_run.catalogue);
-    QCOMPARE(runCli(QStringList{"tree", "--site", UKSiteLabel} + args).lines(),
-             m_run.site->catalogue(UKSiteLabel));
-
-    // Nothing found (no server behind the proxy): the former entries stay, exit 5.
-    quint16 deadPort = 0;
-    {
-        SiteSim gone;
-        deadPort = gone.port();
-    }
-    const Run none = runCli({"refresh", "--site", USSiteLabel, "--data", data.path(), "--proxy",
-                             QStringLiteral("http://127.0.0.1:%1").arg(deadPort)});
-    QCOMPARE(none.exitCode, 5);
-    QVERIFY(none.err.contains("the former categories are kept"));
-    QCOMPARE(runCli(QStringList{"tree", "--site", USSiteLabel} + args).lines(), m_run.catalogue);
 }
 
 // Where the files are: the tree printed from each folder the rules choose.
