@@ -105,25 +105,6 @@ private Q_SLOTS:
         QVERIFY(!targets.contains("/loop/11"));
     }
 
-    void stalledPageEndsAtTheSilenceTimeout_data() {
-        QTest::addColumn<QByteArray>("sent");
-        QTest::newRow("nothing") << QByteArray();
-        QTest::newRow("headers only") << QByteArray("HTTP/1.1 200 OK\r\nContent-Length: 5000\r\n\r\n");
-        QTest::newRow("part of the body")
-            << QByteArray("HTTP/1.1 200 OK\r\nContent-Length: 5000\r\n\r\n<html><body><a href=\"x\">x</a>");
-    }
-    void stalledPageEndsAtTheSilenceTimeout() {
-        QFETCH(QByteArray, sent);
-        LocalHttpServer server([&sent](const LocalHttpRequest&, QTcpSocket* socket) { socket->write(sent); });
-        HttpPageSource source;
-        source.SetSilenceTimeoutMs(200);
-        BrowserPage page(&source);
-        page.Navigate(server.Url(QStringLiteral("/stall")));
-        WaitAsTheRunDoes(page);
-        QVERIFY(page.Document()->all().empty());
-        QCOMPARE(page.Failure(), PageFailure::TimedOut);
-    }
-
     void drippingPageEndsAtTheOverallBound() {
         SiteSim site({QStringLiteral("--fault"), QStringLiteral("drip=QQsacat"),
                       QStringLiteral("--drip-interval"), QStringLiteral("10")});
@@ -161,6 +142,15 @@ private Q_SLOTS:
             << QByteArray(
                    "HTTP/1.1 200 OK\r\nContent-Length: 4000\r\n\r\n<html><body><a href=\"/item\">Item</a>")
             << QStringList() << 200 << PageFailure::Network << true;
+        // Stalls end at the silence bound, shortened here.
+        QTest::newRow("stall before the answer")
+            << QByteArray() << QStringList() << 0 << PageFailure::TimedOut << false;
+        QTest::newRow("stall after the headers")
+            << QByteArray("HTTP/1.1 200 OK\r\nContent-Length: 5000\r\n\r\n") << QStringList() << 200
+            << PageFailure::TimedOut << false;
+        QTest::newRow("stall in the body")
+            << QByteArray("HTTP/1.1 200 OK\r\nContent-Length: 5000\r\n\r\n<html><body><a href=\"x\">x</a>")
+            << QStringList() << 200 << PageFailure::TimedOut << false;
     }
     void failedAnswers() {
         QFETCH(QByteArray, sent);
@@ -174,12 +164,14 @@ private Q_SLOTS:
             }
         });
         HttpPageSource source;
+        source.SetSilenceTimeoutMs(200);
         BrowserPage page(&source);
         page.Navigate(server.Url(QStringLiteral("/p")));
         WaitAsTheRunDoes(page);
         for (QString& link : links)
             link = server.Url(link);
         QCOMPARE(LinkTargets(page), links);
+        QCOMPARE(page.Document()->all().empty(), links.isEmpty());
         QTEST(page.HttpStatus(), "status");
         QTEST(page.Failure(), "failure");
     }
@@ -261,11 +253,7 @@ private Q_SLOTS:
         page.Navigate(server.Url(QStringLiteral("/list.htm")));
         WaitAsTheRunDoes(page);
         QCOMPARE(page.Document()->links().size(), size_t(2));
-        QCOMPARE(page.HttpStatus(), 200);
         QCOMPARE(page.Failure(), PageFailure::None);
-        page.Quit();
-        QCOMPARE(page.ReadyState(), 0);
-        QVERIFY(!page.Document());
     }
 };
 
