@@ -7,7 +7,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-packages=(build-essential cmake pkg-config qt6-base-dev qt6-base-dev-tools libqt6opengl6-dev
+packages=(build-essential cmake pkg-config qt6-base-dev qt6-base-dev-tools qt6-svg-dev libqt6opengl6-dev
           libxml2-dev libpugixml-dev curl xvfb xauth fonts-dejavu-core fonts-dejavu-extra fonts-wine
           dpkg-dev lintian desktop-file-utils appstream python3-html5lib)
 if [ "${MARQUILL_FUZZ:-OFF}" = ON ]; then packages+=(clang libclang-rt-14-dev); fi

@@ -11,6 +11,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
+#include <QLocale>
 #include <QUrl>
 
 QTextStream& Err() {
@@ -22,6 +23,17 @@ QString VersionLine() {
     return QStringLiteral("marquill-cli ") + QCoreApplication::applicationVersion() + u'\n';
 }
 
+// --locale: the locale of the numeric rules. An unknown name falls back to C in Qt, which would
+// silently give other words, so it is refused.
+bool ApplyLocale(const QString& name) {
+    const QLocale locale(name);
+    const QString base = name.section(u'.', 0, 0);
+    if (locale.language() == QLocale::C && base != u"C" && base != u"POSIX")
+        return false;
+    QLocale::setDefault(locale);
+    return true;
+}
+
 QString ProgramHelp() {
     return QStringLiteral("Usage: marquill-cli COMMAND [options]\n"
                           "The keyword search of Marquill without windows, for scripts.\n"
@@ -31,6 +43,9 @@ QString ProgramHelp() {
                           "  tree      Prints the category tree of a site.\n"
                           "  refresh   Crawls a site's category pages into the category file.\n"
                           "  restore   Puts back the category file from before the last refresh.\n"
+                          "  recount   Counts the titles kept by search --save-titles again, without a page load.\n"
+                          "  diff      Compares two lists or two kept sets of titles word by word.\n"
+                          "  compare   Searches one category on both sites and sets the counts side by side.\n"
                           "\n"
                           "  marquill-cli COMMAND --help   the options of a command\n"
                           "  marquill-cli --version        the version\n"
@@ -39,7 +54,7 @@ QString ProgramHelp() {
                           "  0    finished (a search that found nothing included)\n"
                           "  2    bad arguments, or a node that is not in the tree\n"
                           "  3    the network does not answer (offline)\n"
-                          "  4    the category file cannot be opened\n"
+                          "  4    the category file, or a file to recount or diff, cannot be opened or read\n"
                           "  5    a refresh found no category; the former ones are kept\n"
                           "  6    a refresh finished, but pages failed, a bound was reached or a save\n"
                           "       was refused: its categories may be partial\n"
@@ -81,11 +96,19 @@ void CommandOptions::AddProxy() {
          QStringLiteral("URL")});
 }
 
+void CommandOptions::AddPositional(const QString& name, const QString& description) {
+    m_parser.addPositionalArgument(name, description);
+    m_positionals << name;
+}
+
 QString CommandOptions::HelpText() const {
     // Qt's usage line names the program only; ours names the command too.
     QString text = m_parser.helpText();
     const qsizetype lineEnd = text.indexOf(u'\n');
-    return QStringLiteral("Usage: marquill-cli %1 [options]").arg(m_command) + text.mid(lineEnd);
+    QString usage = QStringLiteral("Usage: marquill-cli %1 [options]").arg(m_command);
+    for (const QString& name : m_positionals)
+        usage += u' ' + name;
+    return usage + text.mid(lineEnd);
 }
 
 std::optional<int> CommandOptions::Parse(const QStringList& arguments) {
@@ -102,9 +125,15 @@ std::optional<int> CommandOptions::Parse(const QStringList& arguments) {
         QTextStream(stdout) << VersionLine();
         return ExitOk;
     }
-    if (!m_parser.positionalArguments().isEmpty()) {
-        Err() << prefix << "unexpected argument \"" << m_parser.positionalArguments().constFirst()
+    const QStringList positionals = m_parser.positionalArguments();
+    if (positionals.size() > m_positionals.size()) {
+        Err() << prefix << "unexpected argument \"" << positionals.at(m_positionals.size())
               << "\"\nSee marquill-cli " << m_command << " --help\n";
+        return ExitBadArguments;
+    }
+    if (positionals.size() < m_positionals.size()) {
+        Err() << prefix << "missing " << m_positionals.at(positionals.size()) << "\nSee marquill-cli "
+              << m_command << " --help\n";
         return ExitBadArguments;
     }
     for (const QString& name : std::as_const(m_required)) {
@@ -134,8 +163,8 @@ void WarnOfUnfinishedRefresh() {
               << Qt::flush;
 }
 
-QString CommandOptions::ApplyCommon() {
-    const QString site = Value(QStringLiteral("site"));
+QString CommandOptions::ApplyCommon(const QString& chosenSite) {
+    const QString site = chosenSite.isEmpty() ? Value(QStringLiteral("site")) : chosenSite;
     if (site != USSiteLabel && site != UKSiteLabel) {
         Err() << "marquill-cli " << m_command << ": --site must be " << USSiteLabel << " or " << UKSiteLabel
               << '\n';

@@ -32,6 +32,9 @@ public:
     void AddSite(); // required
     void AddData();
     void AddProxy();
+    // A required argument without a dash, in the order added; its name is shown in the help.
+    void AddPositional(const QString& name, const QString& description);
+    QStringList Positionals() const { return m_parser.positionalArguments(); }
 
     // Parses the command's arguments (the program name first, the command name left out).
     // Nothing when the command is to run; else the status to end with, after printing the help,
@@ -42,9 +45,9 @@ public:
     bool IsSet(const QString& name) const { return m_declared.contains(name) && m_parser.isSet(name); }
     QString Value(const QString& name) const { return m_parser.value(name); }
 
-    // Applies --data, --proxy and --site (and the hooks of a host without windows). The site
-    // label, or an empty one after printing why the options are wrong.
-    QString ApplyCommon();
+    // Applies --data, --proxy and --site, or the site given (and the hooks of a host without
+    // windows). The site label, or an empty one after printing why the options are wrong.
+    QString ApplyCommon(const QString& site = {});
     // Applies --data alone, for the commands that touch the files and no site.
     void ApplyDataFolder();
 
@@ -55,7 +58,12 @@ private:
     QCommandLineParser m_parser;
     QStringList m_required;
     QStringList m_declared;
+    QStringList m_positionals;
 };
+
+// --locale: makes the named locale the one of the numeric rules. False for a name Qt does not
+// know, which it would silently read as C.
+bool ApplyLocale(const QString& name);
 
 // The program's own help: the commands and the exit statuses.
 QString ProgramHelp();

@@ -45,22 +45,29 @@ QString TsvField(const QString& text) {
     return field;
 }
 
-QByteArray FormatWords(OutputFormat format, const std::vector<ResultRow>& rows, const QJsonObject& about) {
+QByteArray FormatWords(OutputFormat format, const std::vector<ResultRow>& rows, const QJsonObject& about,
+                       const QString& listName) {
     if (format == OutputFormat::Json) {
         QJsonArray words;
-        for (const ResultRow& row : rows)
-            words.append(QJsonObject{{QStringLiteral("word"), row.word},
-                                     {QStringLiteral("count"), row.count.toLongLong()}});
+        for (const ResultRow& row : rows) {
+            QJsonObject word{{QStringLiteral("word"), row.word},
+                             {QStringLiteral("count"), row.count.toLongLong()}};
+            if (row.titles >= 0)
+                word.insert(QStringLiteral("titles"), row.titles);
+            words.append(word);
+        }
         QJsonObject object = about;
-        object.insert(QStringLiteral("words"), words);
+        object.insert(listName, words);
         return QJsonDocument(object).toJson(QJsonDocument::Indented);
     }
     QString text;
     for (const ResultRow& row : rows) {
-        if (format == OutputFormat::Csv)
-            text += CsvField(row.word) + u',' + row.count + u'\n';
-        else
-            text += TsvField(row.word) + u'\t' + row.count + u'\n';
+        const QChar separator = format == OutputFormat::Csv ? u',' : u'\t';
+        text +=
+            (format == OutputFormat::Csv ? CsvField(row.word) : TsvField(row.word)) + separator + row.count;
+        if (row.titles >= 0)
+            text += separator + QString::number(row.titles);
+        text += u'\n';
     }
     return text.toUtf8();
 }

@@ -22,5 +22,7 @@ QString TsvField(const QString& text);
 
 // The words of a search in one of the formats, UTF-8: one word,count line per row (csv and tsv,
 // no header line), or for json one object that is `about` with "words": [{"word", "count"}]
-// added.
-QByteArray FormatWords(OutputFormat format, const std::vector<ResultRow>& rows, const QJsonObject& about);
+// added. Rows that know their titles get a third field ("titles" in json); a list of phrases
+// goes under its own name.
+QByteArray FormatWords(OutputFormat format, const std::vector<ResultRow>& rows, const QJsonObject& about,
+                       const QString& listName = QStringLiteral("words"));

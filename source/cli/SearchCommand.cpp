@@ -8,6 +8,7 @@
 #include "OutputFile.h"
 #include "OutputFormat.h"
 #include "PrefetchPageSource.h"
+#include "ResearchOutput.h"
 #include "ResultRows.h"
 #include "RunHealth.h"
 #include "Terminal.h"
@@ -15,6 +16,9 @@
 #include "modMain.h"
 #include "modParser.h"
 
+#include <QCoreApplication>
+#include <QDateTime>
+#include <QHash>
 #include <QJsonDocument>
 #include <QLocale>
 #include <limits>
@@ -41,17 +45,6 @@ bool ReadAuctions(const QString& text, std::int32_t& limit) {
     if (!ok || value < 1 || value > std::numeric_limits<std::int32_t>::max())
         return false;
     limit = std::int32_t(value);
-    return true;
-}
-
-// --locale: the locale of the numeric rules. An unknown name falls back to C in Qt, which would
-// silently give other words, so it is refused.
-bool ApplyLocale(const QString& name) {
-    const QLocale locale(name);
-    const QString base = name.section(u'.', 0, 0);
-    if (locale.language() == QLocale::C && base != u"C" && base != u"POSIX")
-        return false;
-    QLocale::setDefault(locale);
     return true;
 }
 
@@ -108,6 +101,7 @@ void DeclareOptions(CommandOptions& options) {
                  QStringLiteral("Up to N page loads at once, 1 to 32; the walk and its words stay those of a "
                                 "run one page at a time (default 1)."),
                  QStringLiteral("N"), QStringLiteral("1")});
+    ResearchOutput::Declare(options, true);
     options.Add({QStringLiteral("quiet"), QStringLiteral("No progress line and no summary; warnings and "
                                                          "errors only.")});
 }
@@ -133,6 +127,9 @@ int RunSearchCommand(const QStringList& arguments) {
         report.emplace(options.Value(QStringLiteral("report")));
     if (!output.Open() || (report && !report->Open()))
         return ExitCannotWrite;
+    ResearchOutput research;
+    if (const std::optional<int> status = research.Read(options, QStringLiteral("search")))
+        return *status;
 
     WarnOfUnfinishedRefresh();
     LoadCategories();
@@ -159,7 +156,18 @@ int RunSearchCommand(const QStringList& arguments) {
         if (prefetch)
             prefetch->SetUpcoming(urls);
     });
-    SetHarvestObserver(&health);
+    TitleSnapshot header{request.site,
+                         node->FullPath(),
+                         request.maxAuctions,
+                         QDateTime::currentDateTimeUtc(),
+                         QCoreApplication::applicationVersion(),
+                         NumericLocale().name(),
+                         {}};
+    QHash<QString, QString> nodeOfUrl;
+    for (const CategoryNode* each : tree->NodesInOrder())
+        nodeOfUrl.insert(PrepareListingUrl(each->Key()), each->FullPath());
+    SetHarvestObserver(research.Begin(
+        header, [&nodeOfUrl](const QString& url) { return nodeOfUrl.value(url); }, &health));
     SetProgressShown(!quiet);
     InstallInterrupt();
 
@@ -173,6 +181,7 @@ int RunSearchCommand(const QStringList& arguments) {
     RunHarvest(scope, node->Key(), tree, node);
     health.Finish(prefetch ? prefetch->Unasked() : 0);
     SetHarvestObserver(nullptr);
+    research.End();
     SetDefaultPageSource(nullptr);
     prefetch.reset();
     EndProgress();
@@ -196,7 +205,10 @@ int RunSearchCommand(const QStringList& arguments) {
          request.maxAuctions == NoAuctionLimit ? QJsonValue() : QJsonValue(request.maxAuctions)},
         {QStringLiteral("health"), healthJson},
     };
-    bool written = output.Write(FormatWords(request.format, ResultRowsInListOrder(), about));
+    bool written = output.Write(FormatWords(request.format, research.Rows(), about, research.ListName()));
+    written = research.WriteFiles(request.site, HarvestState.SelectedPath, header.time,
+                                  HarvestState.AuctionsScanned) &&
+              written;
     if (report)
         written = report->Write(QJsonDocument(healthJson).toJson(QJsonDocument::Indented)) && written;
     HarvestState.SelectedPath.clear();

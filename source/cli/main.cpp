@@ -2,9 +2,13 @@
 // program from outside. Each command parses its own options; see marquill-cli --help.
 #include "CatalogueCommands.h"
 #include "CliOptions.h"
+#include "ResearchCommands.h"
+#include "ResearchOutput.h"
 #include "SearchCommand.h"
 
 #include <QCoreApplication>
+#include <QGuiApplication>
+#include <memory>
 
 namespace {
 
@@ -18,12 +22,23 @@ constexpr Command Commands[] = {
     {u"tree", RunTreeCommand},
     {u"refresh", RunRefreshCommand},
     {u"restore", RunRestoreCommand},
+    {u"recount", RunRecountCommand},
+    {u"diff", RunDiffCommand},
+    {u"compare", RunCompareCommand},
 };
 
 } // namespace
 
 int main(int argc, char** argv) {
-    QCoreApplication app(argc, argv);
+    // A chart's text needs a QGuiApplication; it draws off screen, so no display is needed.
+    std::unique_ptr<QCoreApplication> app;
+    if (WantsChart(argc, argv)) {
+        if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+            qputenv("QT_QPA_PLATFORM", "offscreen");
+        app = std::make_unique<QGuiApplication>(argc, argv);
+    } else {
+        app = std::make_unique<QCoreApplication>(argc, argv);
+    }
     QCoreApplication::setApplicationName(QStringLiteral("marquill-cli"));
     QCoreApplication::setApplicationVersion(QStringLiteral(MARQUILL_VERSION));
     QStringList arguments = QCoreApplication::arguments();

@@ -5,6 +5,7 @@
 #include "DataPaths.h"
 #include "HarvestObserver.h"
 #include "HostHooks.h"
+#include "TallyObserver.h"
 #include "VbNumeric.h"
 
 #include <QFile>
@@ -34,7 +35,10 @@ bool stopRequested() {
 } // namespace
 
 void LoadExclusions() {
-    const QString path = ExclusionFilePath();
+    LoadExclusionsFrom(ExclusionFilePath());
+}
+
+void LoadExclusionsFrom(const QString& path) {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
         // A missing list excludes nothing; the host tells the user and the search goes on.
@@ -92,17 +96,21 @@ void raiseCount(qsizetype column) {
     table.SetCount(column, std::int32_t(std::min<qint64>(count, std::numeric_limits<std::int32_t>::max())));
 }
 
-void addKeyword(const QString& word, const QString& upperWord) {
+qsizetype addKeyword(const QString& word, const QString& upperWord) {
     ++HarvestState.KeywordsFound;
     Hooks().SetMainTotalCaption(QStringLiteral("Keywords Found: ") +
                                 QString::number(HarvestState.KeywordsFound));
-    HarvestState.KeywordTable.Add(word, upperWord);
+    const qsizetype column = HarvestState.KeywordTable.Add(word, upperWord);
     HarvestState.SeenKeywords.append(word);
+    return column;
 }
 
 } // namespace
 
 void TallyTitle(const QString& title) {
+    TallyObserver* observer = CurrentTallyObserver();
+    if (observer)
+        observer->TitleStarted(title);
     // An empty title gives no pieces at all, so not even a yield.
     if (title.isEmpty())
         return;
@@ -126,11 +134,15 @@ void TallyTitle(const QString& title) {
             // entry is always in the seen-text, and a word without one gets a new entry whatever
             // the seen-text says. Asking the hint would only cost a search of it.
             const QString upperWord = piece.toUpper();
-            const qsizetype column = HarvestState.KeywordTable.Find(upperWord);
+            qsizetype column = HarvestState.KeywordTable.Find(upperWord);
             if (column > 0)
                 raiseCount(column);
             else
-                addKeyword(piece, upperWord);
+                column = addKeyword(piece, upperWord);
+            if (observer)
+                observer->PieceTallied(column);
+        } else if (observer && !piece.isEmpty()) {
+            observer->PieceTallied(0);
         }
         if (last)
             return;

@@ -31,6 +31,8 @@ std::int16_t ReadPageCount(const QString& outerHtml);
 
 // The keyword tally.
 void LoadExclusions();
+// The same from another file, for a recount with a list of the user's choice.
+void LoadExclusionsFrom(const QString& path);
 void ResetKeywordTable();
 void TallyTitle(const QString& title);
 bool IsKeywordSeen(const QString& upperWord);

@@ -4,24 +4,29 @@
 
 #include <algorithm>
 
-std::vector<ResultRow> ResultRowsInListOrder() {
-    const KeywordGrid& table = HarvestState.KeywordTable;
-    std::vector<ResultRow> rows;
-    std::vector<qint64> counts;
-    rows.reserve(size_t(table.LastEntry()));
+std::vector<qsizetype> EntriesInListOrder(const KeywordGrid& table) {
+    std::vector<qint64> counts(size_t(table.LastEntry()) + 1);
+    std::vector<qsizetype> order;
+    order.reserve(size_t(table.LastEntry()));
     for (qsizetype n = 1; n <= table.LastEntry(); ++n) {
-        rows.push_back({table.Word(n).toLower(), table.Count(n)});
-        counts.push_back(table.Count(n).toLongLong());
+        counts[size_t(n)] = table.CountValue(n);
+        order.push_back(n);
     }
-    std::vector<size_t> order(rows.size());
-    for (size_t i = 0; i < order.size(); ++i)
-        order[i] = i;
-    std::stable_sort(order.begin(), order.end(), [&](size_t a, size_t b) { return counts[a] > counts[b]; });
-    std::vector<ResultRow> sorted;
-    sorted.reserve(rows.size());
-    for (size_t i : order)
-        sorted.push_back(std::move(rows[i]));
-    return sorted;
+    std::stable_sort(order.begin(), order.end(),
+                     [&](qsizetype a, qsizetype b) { return counts[size_t(a)] > counts[size_t(b)]; });
+    return order;
+}
+
+std::vector<ResultRow> ResultRowsInListOrder(const KeywordGrid& table) {
+    std::vector<ResultRow> rows;
+    rows.reserve(size_t(table.LastEntry()));
+    for (const qsizetype n : EntriesInListOrder(table))
+        rows.push_back({table.Word(n).toLower(), table.Count(n)});
+    return rows;
+}
+
+std::vector<ResultRow> ResultRowsInListOrder() {
+    return ResultRowsInListOrder(HarvestState.KeywordTable);
 }
 
 SummaryCaptions CaptionsForPath(const QString& selectedPath) {

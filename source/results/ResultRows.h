@@ -4,14 +4,22 @@
 #include <QStringList>
 #include <vector>
 
+class KeywordGrid;
+
 // One row of the result list: the word in lower case and its count as the table holds it.
 struct ResultRow {
     QString word;
     QString count;
+    // The number of distinct titles that hold the word, where that was asked for; else -1.
+    qint64 titles = -1;
 };
 
-// The rows of the keyword table in the list's order: highest count first, words of equal count
-// in the order in which they were first met.
+// The entries of a table in the list's order: highest count first, entries of equal count in
+// the order in which they were first met.
+std::vector<qsizetype> EntriesInListOrder(const KeywordGrid& table);
+
+// The rows of a table in the list's order; without a table, the search's KeywordTable.
+std::vector<ResultRow> ResultRowsInListOrder(const KeywordGrid& table);
 std::vector<ResultRow> ResultRowsInListOrder();
 
 // The main and sub captions of the summary for a searched FullPath.

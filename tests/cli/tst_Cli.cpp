@@ -102,12 +102,14 @@ void tst_Cli::exitStatusesOfRuns() {
     QCOMPARE(cannot.exitCode, 4);
     QVERIFY(cannot.err.contains("Cannot open"));
 
-    // Ctrl-C stops a search, which still prints what it found, and a refresh.
+    // Ctrl-C stops a search, which still prints what it found and keeps its titles, and a refresh.
     QTemporaryDir data;
+    const QString titles = data.filePath("titles.jsonl");
     const QStringList site{"--site", USSiteLabel, "--proxy", m_slow->proxyUrl().toString()};
-    for (const QStringList& command : {QStringList{"search", "--node", "Select Category", "--auctions",
-                                                   "none", "--data", m_run.dir.path()},
-                                       QStringList{"refresh", "--data", data.path()}}) {
+    for (const QStringList& command :
+         {QStringList{"search", "--node", "Select Category", "--auctions", "none", "--data", m_run.dir.path(),
+                      "--save-titles", titles},
+          QStringList{"refresh", "--data", data.path()}}) {
         QProcess process;
         const qsizetype before = m_slow->requestLog().size();
         process.start(QStringLiteral(MARQUILL_CLI), command + site);
@@ -115,8 +117,17 @@ void tst_Cli::exitStatusesOfRuns() {
         ::kill(pid_t(process.processId()), SIGINT);
         QVERIFY(process.waitForFinished(30000));
         QCOMPARE(process.exitCode(), 130);
-        if (command[0] == u"search")
-            verifyList(process.readAllStandardOutput());
+        if (command[0] != u"search")
+            continue;
+        const QByteArray found = process.readAllStandardOutput();
+        verifyList(found);
+        // A title cut short by the stop is kept whole, so its recount may only find more.
+        const Run recount = runCli({"recount", titles, "--data", m_run.dir.path()});
+        QHash<QString, int> recounted;
+        for (const QStringList& row : readCsv(QString::fromUtf8(recount.out)))
+            recounted.insert(row[0], row[1].toInt());
+        for (const QStringList& row : readCsv(QString::fromUtf8(found)))
+            QVERIFY(recounted.value(row[0]) >= row[1].toInt());
     }
 }
 
