@@ -37,7 +37,8 @@ QStringList Tags(const std::vector<HtmlElement*>& elements) {
     return tags;
 }
 
-// Loads a stored page through the browser as the scan does, with the URL it would have had.
+// Loads a stored page through the browser as the scan does, with the URL it
+// would have had.
 class StoredPage {
 public:
     StoredPage(const QString& file, const QUrl& url = ListUrl, const QString& charset = {})
@@ -61,7 +62,8 @@ private:
 class tst_BrowserPage : public QObject {
     Q_OBJECT
 
-    // The project's own pages and the soup pages, read by an HTML5 parser while the tests run.
+    // The project's own pages and the soup pages, read by an HTML5 parser while
+    // the tests run.
     static QStringList YardstickPages() {
         QStringList pages;
         for (const QString& folder : {Pages, Pages + QStringLiteral("/soup")})
@@ -79,145 +81,41 @@ private Q_SLOTS:
                                   YardstickPages());
     }
 
-    void linksAreAnchorsAndAreasWithHrefInDocumentOrder() {
+    // What the links of the stored pages are and hold is checked against the
+    // HTML5 parser below.
+    void treeOfStoredPages() {
         StoredPage page(QStringLiteral("links.htm"));
         HtmlDocument* document = page.Document();
         QVERIFY(document);
-        QCOMPARE(Tags(document->links()), QStringList({"A", "AREA", "A", "A", "A", "A", "A", "A"}));
-        QStringList targets;
-        for (HtmlElement* link : document->links())
-            targets << link->DefaultValue();
-        QCOMPARE(targets, QStringList({
-                              "http://pages.example.test/help/index.html",
-                              "http://listings.example.test/sell.html",
-                              "http://cgi.example.test/ws/Item?ViewItem&item=1001",
-                              "http://cgi.example.test/ws/Item?ViewItem&item=1001",
-                              "http://listings.example.test/golf/item1002.html",
-                              "http://listings.example.test/other/list.html?page=2",
-                              "http://listings.example.test/golf/list.htm?sort=price",
-                              // An absolute href is given as written, not normalised.
-                              "HTTP://Mixed.Example.TEST/a%7Eb/../c",
-                          }));
+        QStringList chain;
+        for (HtmlElement* e = FirstByTag(*document, QStringLiteral("B")); e; e = e->parentElement())
+            chain << e->tagName();
+        QCOMPARE(chain, QStringList({"B", "A", "TD", "TR", "TABLE", "BODY", "HTML"}));
+        QCOMPARE(document->documentElement(), document->all().front());
+        // Elements that are no links, anchors without href among them, read as
+        // "[object]".
+        HtmlElement* bold = FirstByTag(*document, QStringLiteral("B"));
+        QCOMPARE(bold->DefaultValue(), QStringLiteral("[object]"));
+        QVERIFY(bold->DefaultValueStartsWith(u"[obj") && !bold->DefaultValueStartsWith(u"[objects"));
+        // The parser supplies what a page leaves out.
+        QCOMPARE(Tags(Parse("<p>x<a href=y>y</a>")->all()), QStringList({"HTML", "BODY", "P", "A"}));
+        // The charset the source names wins over the page's own.
+        StoredPage overridden(QStringLiteral("meta-greek.htm"), ListUrl, QStringLiteral("windows-1252"));
+        QVERIFY(overridden.Document());
+        QCOMPARE(overridden.Document()->documentElement()->innerText(), QStringLiteral("\u00E1\u00E2\u00E3"));
     }
 
-    void elementsThatAreNoLinksGiveObject() {
-        StoredPage page(QStringLiteral("links.htm"));
-        HtmlDocument* document = page.Document();
-        QVERIFY(document);
-        int objects = 0;
-        int anchorsWithoutHref = 0;
-        for (HtmlElement* element : document->all()) {
-            const bool isLink = std::find(document->links().begin(), document->links().end(), element) !=
-                                document->links().end();
-            if (isLink) {
-                QVERIFY(element->DefaultValue() != u"[object]");
-                continue;
-            }
-            QCOMPARE(element->DefaultValue(), QStringLiteral("[object]"));
-            ++objects;
-            if (element->tagName() == u"A")
-                ++anchorsWithoutHref;
-        }
-        QCOMPARE(anchorsWithoutHref, 2);
-        QVERIFY(objects > 10);
-    }
-
-    void baseElementSetsTheUrlLinksResolveAgainst() {
-        StoredPage page(QStringLiteral("base.htm"));
-        HtmlDocument* document = page.Document();
-        QVERIFY(document);
-        QStringList targets;
-        for (HtmlElement* link : document->links())
-            targets << link->DefaultValue();
-        QCOMPARE(targets,
-                 QStringList({"http://static.example.test/base/dir/item.html",
-                              "http://static.example.test/rooted.html", "http://other.example.test/x"}));
-    }
-
-    void innerHtmlOfStoredLinks() {
-        StoredPage page(QStringLiteral("links.htm"));
-        HtmlDocument* document = page.Document();
-        QVERIFY(document);
-        const auto& links = document->links();
-        QCOMPARE(links[2]->innerHTML(),
-                 QStringLiteral("<IMG src=\"thumb.jpg\" border=\"0\" alt=\"Golf &quot;Pro&quot; set\">"));
-        QCOMPARE(links[3]->innerHTML(), QStringLiteral("Golf  Club\n Set &amp; <B>Bag</B>&nbsp;Mint"));
-        QCOMPARE(links[4]->innerHTML(), QStringLiteral("Putter &lt;new&gt;"));
-        QCOMPARE(links[4]->outerHTML(), QStringLiteral("<A href=\"item1002.html\">Putter &lt;new&gt;</A>"));
-        // The whole page as one string, white space between tags kept as it came.
-        const QString whole = document->documentElement()->outerHTML();
-        QVERIFY(whole.startsWith(u"<HTML>\n<HEAD><TITLE>Sporting Goods - Golf "
-                                 u"items</TITLE></HEAD>\n<BODY>\n<A name=\"top\"></A>"));
-        QVERIFY(whole.contains(
-            u"<MAP name=\"nav\"><AREA shape=\"rect\" coords=\"0,0,10,10\" href=\"/sell.html\">"));
-        QVERIFY(whole.endsWith(u"</HTML>"));
-    }
-
+    // Markup inside links is checked against the HTML5 parser
+    // (soup/inside-links.htm); these need the body around them, or are where that
+    // parser's writer differs.
     void innerHtmlSerialization_data() {
         QTest::addColumn<QByteArray>("body");
         QTest::addColumn<QString>("expected");
-        QTest::newRow("names in capitals, attributes as parsed")
-            << QByteArray("<FONT COLOR=red Size=2>x</FONT>")
-            << QStringLiteral("<FONT color=\"red\" size=\"2\">x</FONT>");
-        QTest::newRow("void elements have no end tag")
-            << QByteArray("a<br>b<img src=a.gif><hr>") << QStringLiteral("a<BR>b<IMG src=\"a.gif\"><HR>");
-        QTest::newRow("text escapes") << QByteArray("a > b &lt; c &amp; d&nbsp;e \"q\"")
-                                      << QStringLiteral("a &gt; b &lt; c &amp; d&nbsp;e \"q\"");
-        QTest::newRow("numeric references")
-            << QByteArray("&#160;&#x26;&#8220;") << QStringLiteral("&nbsp;&amp;") + QChar(0x201C);
-        QTest::newRow("attribute escapes")
-            << QByteArray("<a href=\"x?a=1&amp;b=2\" title='say \"hi\"&nbsp;<b>'>t</a>")
-            << QStringLiteral("<A href=\"x?a=1&amp;b=2\" title=\"say &quot;hi&quot;&nbsp;<b>\">t</A>");
-        QTest::newRow("attributes without value")
-            << QByteArray("<input type=checkbox checked><td nowrap foo>x</td>")
-            << QStringLiteral("<INPUT type=\"checkbox\" checked=\"\"><TD nowrap=\"\" foo=\"\">x</TD>");
-        QTest::newRow("attributes as a browser splits them")
-            << QByteArray("<a href=\"x\"title='y' c=d/ e=\"1\" e=2 F=\"&quot;>\">t</a><i/>u")
-            << QStringLiteral("<A href=\"x\" title=\"y\" c=\"d/\" e=\"1\" f=\"&quot;>\">t</A><I>u</I>");
-        QTest::newRow("names in other letters")
+        QTest::newRow("only ASCII names in capitals")
             << QByteArray("<a\xC3\xA9>t</a\xC3\xA9>") << QStringLiteral("<A\u00E9>t</A\u00E9>");
-        const QByteArray longName(120, 'l');
-        QTest::newRow("names libxml2 cannot read")
-            << QByteArray("<x$y a@b=1 c\"d>t</x$y><" + longName + ">u</" + longName + ">")
-            << QStringLiteral("<X$Y a@b=\"1\" c\"d=\"\">t</X$Y><%1>u</%1>").arg(QString(longName.toUpper()));
-        QTest::newRow("references in any capitals a browser accepts")
-            << QByteArray("&AMP; &Amp; &LT;b&GT; &COPY; &Eacute;&eacute;")
-            << QStringLiteral("&amp; &amp;Amp; &lt;b&gt; \u00A9 \u00C9\u00E9");
-        QTest::newRow("legacy names without semicolon")
-            << QByteArray("&amp &copy 2005 &notit; &ampx &nbspx &foo;")
-            << QStringLiteral("&amp; \u00A9 2005 \u00ACit; &amp;x &nbsp;x &amp;foo;");
-        QTest::newRow("numbers as a browser reads them")
-            << QByteArray("&#150;&#x96;&#128;&#0;&#xD800;&#1114112;&#65;&#x42 &#;&#x;")
-            << QStringLiteral("\u2013\u2013\u20AC\uFFFD\uFFFD\uFFFDAB &amp;#;&amp;#x;");
-        QTest::newRow("references in attributes")
-            << QByteArray("<a title=\"&copy=1 &copy; &ampx &amp &#150;\">t</a>")
-            << QStringLiteral("<A title=\"&amp;copy=1 \u00A9 &amp;ampx &amp; \u2013\">t</A>");
-        QTest::newRow("</br> is a line break")
-            << QByteArray("a</br>b</BR x>c") << QStringLiteral("a<BR>b<BR>c");
-        QTest::newRow("comments end where a browser ends them")
-            << QByteArray("<!-->a<!--->b<!-- c --!>d<!---->e<!-- f --->g<?x y>h<!x>i</3>j")
-            << QStringLiteral(
-                   "<!---->a<!---->b<!-- c -->d<!---->e<!-- f --->g<!--?x y-->h<!--x-->i<!--3-->j");
-        QTest::newRow("text-only elements")
-            << QByteArray("<textarea>\n<b>&amp;</b></textarea><xmp><i>&amp;</i></xmp><title>&lt;<p></title>")
-            << QStringLiteral("<TEXTAREA>&lt;b&gt;&amp;&lt;/b&gt;</TEXTAREA><XMP><i>&amp;</i></XMP>"
-                              "<TITLE>&lt;&lt;p&gt;</TITLE>");
         QTest::newRow("plaintext takes the rest")
             << QByteArray("<plaintext><a href=x>&amp;</a>")
             << QStringLiteral("<PLAINTEXT><a href=x>&amp;</a></body></html></PLAINTEXT>");
-        static const char controls[] = "a\0b\x01"
-                                       "c\x0C<i title=\"\0\">d\xEF\xBF\xBF</i>";
-        QTest::newRow("NUL and controls as a browser keeps them")
-            << QByteArray(controls, sizeof controls - 1)
-            << QStringLiteral("ab\x01"
-                              "c\x0C<I title=\"\uFFFD\">d\uFFFF</I>");
-        QTest::newRow("empty elements libxml2 would fill")
-            << QByteArray("<wbr>a<embed>b") << QStringLiteral("<WBR>a<EMBED>b");
-        QTest::newRow("comments kept")
-            << QByteArray("<!-- note & more -->x") << QStringLiteral("<!-- note & more -->x");
-        QTest::newRow("script and style raw")
-            << QByteArray("<script>if (a < b && c) x=\"&amp;\";</script><style>p > b {}</style>")
-            << QStringLiteral("<SCRIPT>if (a < b && c) x=\"&amp;\";</SCRIPT><STYLE>p > b {}</STYLE>");
         QTest::newRow("tables as parsed") << QByteArray("<table><tr><td>1<td>2</table>")
                                           << QStringLiteral("<TABLE><TR><TD>1</TD><TD>2</TD></TR></TABLE>");
         QTest::newRow("unclosed bold closed")
@@ -237,45 +135,6 @@ private Q_SLOTS:
             QCOMPARE(bodyElement->InnerHtmlStartsWith(prefix), expected.startsWith(prefix));
     }
 
-    void linkTargets_data() {
-        QTest::addColumn<QString>("href");
-        QTest::addColumn<QString>("target");
-        QTest::newRow("absolute as written") << "HTTP://Mixed.TEST/a%7eb/../c d"
-                                             << "HTTP://Mixed.TEST/a%7eb/../c d";
-        QTest::newRow("escapes kept") << "/%E2%82%AC_W0QQsacatZ7"
-                                      << "http://listings.example.test/%E2%82%AC_W0QQsacatZ7";
-        QTest::newRow("what a URL cannot hold escaped")
-            << "a b\"<\u20AC>?q r#f g"
-            << "http://listings.example.test/golf/a%20b%22%3C%E2%82%AC%3E?q%20r#f%20g";
-        QTest::newRow("dot segments") << "../x/./y/../z"
-                                      << "http://listings.example.test/x/z";
-        QTest::newRow("query alone") << "?sort=1"
-                                     << "http://listings.example.test/golf/list.htm?sort=1";
-        QTest::newRow("fragment alone") << "#top"
-                                        << "http://listings.example.test/golf/list.htm#top";
-        QTest::newRow("network path") << "//cgi.example.test/i?x"
-                                      << "http://cgi.example.test/i?x";
-        QTest::newRow("backslashes, tabs and blanks") << " \\\\cgi.example.test\\i\t1?a\\b "
-                                                      << "http://cgi.example.test/i1?a\\b";
-        QTest::newRow("empty") << ""
-                               << "http://listings.example.test/golf/list.htm";
-    }
-    void linkTargets() {
-        QFETCH(QString, href);
-        QFETCH(QString, target);
-        const auto document =
-            Parse("<a href=\"" + href.toHtmlEscaped().toUtf8() + "\">x</a><b>y</b>", QStringLiteral("utf-8"));
-        HtmlElement* link = document->links().front();
-        QCOMPARE(link->DefaultValue(), target);
-        HtmlElement* other = FirstByTag(*document, QStringLiteral("B"));
-        // The walk's shortcut, which reads the href as written where that decides, agrees.
-        for (const QString& prefix : {target.left(4), target.left(20), target.left(25), target, target + u'x',
-                                      QStringLiteral("http://cgi.example.test/"), QStringLiteral("[obj")}) {
-            QCOMPARE(link->DefaultValueStartsWith(prefix), target.startsWith(prefix));
-            QCOMPARE(other->DefaultValueStartsWith(prefix), QStringLiteral("[object]").startsWith(prefix));
-        }
-    }
-
     void innerTextFoldsSpaceAndBreaksLines_data() {
         QTest::addColumn<QByteArray>("body");
         QTest::addColumn<QString>("expected");
@@ -291,7 +150,8 @@ private Q_SLOTS:
         QTest::newRow("nested blocks")
             << QByteArray("<div>x<div>y</div>z</div>") << QStringLiteral("x\r\ny\r\nz");
         QTest::newRow("table rows and cells")
-            << QByteArray("<table><tr><td>a</td><td>b</td></tr><tr><td>c</td></tr></table>")
+            << QByteArray("<table><tr><td>a</td><td>b</td></tr><tr><td>c</td></"
+                          "tr></table>")
             << QStringLiteral("a b\r\nc");
         QTest::newRow("script and style hidden")
             << QByteArray("<script>var x;</script>t<style>p{}</style>") << QStringLiteral("t");
@@ -304,30 +164,6 @@ private Q_SLOTS:
         QFETCH(QString, expected);
         const auto document = Parse("<html><body>" + body + "</body></html>");
         QCOMPARE(FirstByTag(*document, QStringLiteral("BODY"))->innerText(), expected);
-    }
-
-    void parentElementChainAndTagNames() {
-        StoredPage page(QStringLiteral("links.htm"));
-        HtmlDocument* document = page.Document();
-        QVERIFY(document);
-        QStringList chain;
-        for (HtmlElement* e = FirstByTag(*document, QStringLiteral("B")); e; e = e->parentElement())
-            chain << e->tagName();
-        QCOMPARE(chain, QStringList({"B", "A", "TD", "TR", "TABLE", "BODY", "HTML"}));
-        QVERIFY(!document->documentElement()->parentElement());
-        QCOMPARE(document->documentElement()->tagName(), QStringLiteral("HTML"));
-        QCOMPARE(document->links()[3]->innerText(),
-                 QStringLiteral("Golf Club Set & Bag") + QChar(0xA0) + QStringLiteral("Mint"));
-    }
-
-    void allListsEveryElementInDocumentOrder() {
-        auto document =
-            Parse("<html><head><title>t</title></head><body><p>a<b>b</b></p><i>c</i></body></html>");
-        QCOMPARE(Tags(document->all()), QStringList({"HTML", "HEAD", "TITLE", "BODY", "P", "B", "I"}));
-        QCOMPARE(document->documentElement(), document->all().front());
-        // The parser supplies what a page leaves out.
-        document = Parse("<p>x<a href=y>y</a>");
-        QCOMPARE(Tags(document->all()), QStringList({"HTML", "BODY", "P", "A"}));
     }
 
     void charsetDecoding_data() {
@@ -346,7 +182,8 @@ private Q_SLOTS:
         QTest::newRow("header wins over meta") << QByteArray("<meta charset=\"utf-8\"><p>\x93q\x94</p>")
                                                << QStringLiteral("windows-1252") << quoted;
         QTest::newRow("utf-8 header wins over meta")
-            << QByteArray("<meta charset=\"windows-1252\"><p>\xE2\x80\x9Cq\xE2\x80\x9D</p>")
+            << QByteArray("<meta "
+                          "charset=\"windows-1252\"><p>\xE2\x80\x9Cq\xE2\x80\x9D</p>")
             << QStringLiteral("utf-8") << quoted;
         QTest::newRow("unknown header charset falls to meta")
             << QByteArray("<meta charset=\"utf-8\"><p>\xE2\x80\x9Cq\xE2\x80\x9D</p>")
@@ -359,8 +196,9 @@ private Q_SLOTS:
             << QByteArray("<p>\xE1\xE2\xE3</p>") << QStringLiteral("iso-8859-7")
             << QStringLiteral("\u03B1\u03B2\u03B3");
         QTest::newRow("other charset decoded whole past a bad byte")
-            << QByteArray("<meta charset=shift_jis><p>\x82\xA0\xFF\x82\xA2 \x82</p><p>x</p>") << QString()
-            << QStringLiteral("\u3042\uFFFD\u3044 \uFFFD");
+            << QByteArray("<meta charset=shift_jis><p>\x82\xA0\xFF\x82\xA2 "
+                          "\x82</p><p>x</p>")
+            << QString() << QStringLiteral("\u3042\uFFFD\u3044 \uFFFD");
         QTest::newRow("utf-16 by its byte order mark")
             << QByteArray("\xFF\xFE<\0p\0>\0\x1C\x20q\0\x1D\x20", 14) << QString() << quoted;
         QTest::newRow("line ends as a browser reads them")
@@ -387,20 +225,6 @@ private Q_SLOTS:
             QCOMPARE(area->innerHTML(), QStringLiteral("d\ne"));
     }
 
-    void charsetOfStoredPages() {
-        StoredPage plain(QStringLiteral("cp1252.htm"));
-        QVERIFY(plain.Document());
-        QCOMPARE(plain.Document()->documentElement()->innerText(), QChar(0x201C) + QStringLiteral("Quoted") +
-                                                                       QChar(0x201D) + u' ' + QChar(0x20AC) +
-                                                                       QStringLiteral(" 5"));
-        StoredPage greek(QStringLiteral("meta-greek.htm"));
-        QVERIFY(greek.Document());
-        QCOMPARE(greek.Document()->documentElement()->innerText(), QStringLiteral("\u03B1\u03B2\u03B3"));
-        StoredPage overridden(QStringLiteral("meta-greek.htm"), ListUrl, QStringLiteral("windows-1252"));
-        QVERIFY(overridden.Document());
-        QCOMPARE(overridden.Document()->documentElement()->innerText(), QStringLiteral("\u00E1\u00E2\u00E3"));
-    }
-
     void metaCharsetPrescan() {
         QCOMPARE(MetaCharset("<html><head><META CHARSET = 'Shift_JIS'>"), QStringLiteral("shift_jis"));
         QCOMPARE(MetaCharset("<meta name=description content=\"charset\"><meta charset=utf-8>"),
@@ -412,19 +236,13 @@ private Q_SLOTS:
     void deepTagSoupKeepsEveryLinkAndTitle_data() {
         QTest::addColumn<QByteArray>("record");
         QTest::addColumn<int>("records");
-        // Each record opens what it never closes, so libxml2 nests the records ever deeper.
+        // Each record opens what it never closes, so libxml2 nests the records ever
+        // deeper.
         QTest::newRow("divs never closed") << QByteArray("<div><a href=i%1>T%1 <b>x</b></a>") << 2000;
         QTest::newRow("nested tables") << QByteArray("<table><tr><td><a href=i%1>T%1 <b>x</b></a>") << 400;
-        QTest::newRow("inline tags") << QByteArray("<font><b><i><a href=i%1>T%1 <b>x</b></a>") << 400;
-        QTest::newRow("stray closers between")
-            << QByteArray("<span></p><a href=i%1>T%1 <b>x</b></a></td>") << 1000;
-        QTest::newRow("fonts left open in list items")
-            << QByteArray("<li><font size=2><a href=i%1>T%1 <b>x</b></a>") << 3000;
-        QTest::newRow("fonts left open in paragraphs")
-            << QByteArray("<p><font><a href=i%1>T%1 <b>x</b></a>") << 3000;
-        QTest::newRow("rows left open")
-            << QByteArray("<tr><td><font><b><a href=p%1><img src=%1></a><a href=i%1>T%1 <b>x</b></a>")
-            << 3000;
+        QTest::newRow("rows left open") << QByteArray("<tr><td><font><b><a href=p%1><img src=%1></a><a "
+                                                      "href=i%1>T%1 <b>x</b></a>")
+                                        << 3000;
     }
     void deepTagSoupKeepsEveryLinkAndTitle() {
         QFETCH(QByteArray, record);
@@ -472,11 +290,9 @@ private Q_SLOTS:
         QTest::newRow("empty") << QByteArray();
         QTest::newRow("random bytes") << noise;
         QTest::newRow("nul bytes") << QByteArray(1000, '\0');
-        QTest::newRow("picture") << QByteArray("\x89PNG\r\n\x1A\n\0\0\0\rIHDR", 16) + noise.left(4000);
-        QTest::newRow("plain text") << QByteArray("Nothing here but words.\nAnd lines.");
-        QTest::newRow("json") << QByteArray("{\"href\": \"http://x/\", \"a\": [1, 2]}");
-        QTest::newRow("feed") << QByteArray(
-            "<?xml version=\"1.0\"?><rss><channel><link>http://x/</link></channel></rss>");
+        QTest::newRow("feed") << QByteArray("<?xml "
+                                            "version=\"1.0\"?><rss><channel><link>"
+                                            "http://x/</link></channel></rss>");
         QTest::newRow("broken markup") << QByteArray("<a href=\"x\"<<<</a></a><<a></html><html><!--");
     }
     void pagesThatAreNoHtmlGiveNoLinks() {
@@ -507,7 +323,8 @@ private Q_SLOTS:
             return QJsonDocument::fromJson(m_yardstick.readAllStandardOutput()).object();
         }();
         if (QStringLiteral(MARQUILL_HTML5LIB_PYTHON).isEmpty())
-            QSKIP("No python3 with html5lib was found when the build was configured (tools/setup.sh installs "
+            QSKIP("No python3 with html5lib was found when the build was configured "
+                  "(tools/setup.sh installs "
                   "it)");
         QVERIFY2(yardstick.contains(page), "the yardstick gave no reading");
         QStringList expected;
@@ -517,11 +334,24 @@ private Q_SLOTS:
         QVERIFY(file.open(QIODevice::ReadOnly));
         const auto document = Parse(file.readAll());
         QStringList actual;
-        for (HtmlElement* link : document->links())
-            actual << link->DefaultValue() + u'\t' + link->innerHTML();
+        for (HtmlElement* link : document->links()) {
+            const QString target = link->DefaultValue();
+            const QString markup = link->innerHTML();
+            actual << target + u'\t' + markup;
+            // The walk's shortcuts, which read only as far as they must, agree with
+            // the whole.
+            for (const QString& prefix :
+                 {target.left(4), target.left(25), target, target + u'x', markup.left(1), markup.left(4),
+                  markup, markup + u'x', QStringLiteral("http://cgi.example.test/"),
+                  QStringLiteral("<IMG")}) {
+                QCOMPARE(link->DefaultValueStartsWith(prefix), target.startsWith(prefix));
+                QCOMPARE(link->InnerHtmlStartsWith(prefix), markup.startsWith(prefix));
+            }
+        }
         if (page.endsWith(u"tree-differences.htm"))
             QEXPECT_FAIL("",
-                         "libxml2 ends a link at a table, and keeps in it a block that a browser ends it at",
+                         "libxml2 ends a link at a table, and keeps in it a block "
+                         "that a browser ends it at",
                          Abort);
         QCOMPARE(actual, expected);
     }
@@ -540,35 +370,28 @@ private Q_SLOTS:
         QVERIFY(document);
         QCOMPARE(page.Document(), document);
         QCOMPARE(document->links().size(), size_t(8));
+        // Links resolve against the URL the page was loaded from.
+        QCOMPARE(document->links()[4]->DefaultValue(),
+                 QStringLiteral("http://listings.example.test/any/item1002.html"));
 
         // A page that is not there ends as an empty document.
         page.Navigate(QStringLiteral("http://listings.example.test/any/missing.htm"));
         QTRY_COMPARE(page.ReadyState(), 4);
         QVERIFY(page.Document()->all().empty());
 
-        // Stopped before the file was read: empty, and the late read changes nothing.
+        // Stopped before the file was read: the load is dropped, so a late read
+        // changes nothing.
         page.Navigate(QStringLiteral("http://listings.example.test/any/links.htm"));
         page.Stop();
         QCOMPARE(page.ReadyState(), 4);
-        QVERIFY(page.Document()->all().empty());
         QCoreApplication::processEvents();
         QVERIFY(page.Document()->all().empty());
+        QCOMPARE(page.Failure(), PageFailure::Aborted);
 
         page.Quit();
         QCOMPARE(page.ReadyState(), 0);
         QVERIFY(!page.Document());
         QCOMPARE(files.StartCount(), 3);
-    }
-
-    void browserUsesTheDefaultSourceWhenGivenNone() {
-        FilePageSource files(Pages);
-        SetDefaultPageSource(&files);
-        BrowserPage page;
-        page.Navigate(QStringLiteral("http://listings.example.test/x/base.htm"));
-        QTRY_COMPARE(page.ReadyState(), 4);
-        SetDefaultPageSource(nullptr);
-        QCOMPARE(page.Document()->links().size(), size_t(3));
-        QCOMPARE(files.StartCount(), 1);
     }
 };
 
