@@ -6,6 +6,38 @@
 #include "TitleSnapshot.h"
 
 #include <QImage>
+#include <utility>
+
+using Rows = QList<QStringList>;
+
+// RFC 4180 read back: quoted fields with doubled quotes, commas and line breaks inside.
+inline Rows readCsv(const QString& text) {
+    Rows rows;
+    QStringList row;
+    QString field;
+    bool inQuotes = false;
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const QChar c = text[i];
+        if (inQuotes && c == u'"' && i + 1 < text.size() && text[i + 1] == u'"')
+            field += text[++i];
+        else if (c == u'"')
+            inQuotes = !inQuotes;
+        else if (!inQuotes && (c == u',' || c == u'\n')) {
+            row << std::exchange(field, QString());
+            if (c == u'\n')
+                rows << std::exchange(row, QStringList());
+        } else
+            field += c;
+    }
+    return rows;
+}
+
+inline Rows rowsOf(const QJsonObject& result) {
+    Rows rows;
+    for (const QJsonValue word : result["words"].toArray())
+        rows << QStringList{word["word"].toString(), QString::number(word["count"].toInteger())};
+    return rows;
+}
 
 // The research kit: kept titles count again to the search's very list, phrases and shares follow
 // the tally's rules, a diff sorts its changes, a chart is a picture.
