@@ -38,8 +38,8 @@ while IFS=$'\t' read -r path url; do
     fi
 done < <("$build/bin/marquill-sitesim" --print-catalogue ebay.com)
 cp "$seeds"/scan/* "$seeds/html/"
-cp tests/pages/* "$seeds/html/"
-cp tests/pages/* "$seeds/scan/"
+cp tests/pages/*.htm tests/pages/soup/*.htm "$seeds/html/"
+cp tests/pages/*.htm tests/pages/soup/*.htm "$seeds/scan/"
 # The shipped exclusion list over titles cut from a listing page.
 { cat data/exclude.dat; printf '\0'; sed 's/<[^>]*>/\n/g' "$seeds"/scan/listing-* | awk 'NF && ++n <= 400'; } \
     >"$seeds/tally/listing-titles"
