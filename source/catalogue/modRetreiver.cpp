@@ -67,24 +67,6 @@ bool FileAccessible(const QString& path, int mode) {
     return !QFileInfo::exists(file) || ::access(QFile::encodeName(file).constData(), mode) == 0;
 }
 
-QString FailureName(PageFailure failure) {
-    switch (failure) {
-    case PageFailure::HttpError:
-        return QStringLiteral("http-error");
-    case PageFailure::TimedOut:
-        return QStringLiteral("timed-out");
-    case PageFailure::Network:
-        return QStringLiteral("network");
-    case PageFailure::Refused:
-        return QStringLiteral("refused");
-    case PageFailure::Aborted:
-        return QStringLiteral("aborted");
-    case PageFailure::None:
-        break;
-    }
-    return QStringLiteral("none");
-}
-
 QString OutcomeName(RefreshOutcome outcome) {
     switch (outcome) {
     case RefreshOutcome::Completed:
@@ -351,7 +333,7 @@ QByteArray RefreshReportJson(const RefreshResult& result, const QString& siteLab
     QJsonArray failed;
     for (const FailedPage& page : result.FailedPages)
         failed.append(QJsonObject{{QStringLiteral("url"), page.Url},
-                                  {QStringLiteral("failure"), FailureName(page.Failure)},
+                                  {QStringLiteral("failure"), PageFailureName(page.Failure)},
                                   {QStringLiteral("http_status"), page.HttpStatus},
                                   {QStringLiteral("page"), page.IsIndex ? QStringLiteral("index")
                                                                         : QStringLiteral("main-category")}});

@@ -19,24 +19,6 @@ QString ScopeName(SearchScope scope) {
     }
 }
 
-QString FailureName(PageFailure failure) {
-    switch (failure) {
-    case PageFailure::None:
-        return QStringLiteral("none");
-    case PageFailure::HttpError:
-        return QStringLiteral("http_error");
-    case PageFailure::TimedOut:
-        return QStringLiteral("timed_out");
-    case PageFailure::Network:
-        return QStringLiteral("network");
-    case PageFailure::Refused:
-        return QStringLiteral("refused");
-    case PageFailure::Aborted:
-        return QStringLiteral("aborted");
-    }
-    return QString();
-}
-
 } // namespace
 
 RunHealth::RunHealth(std::function<void(const QStringList&)> pagesAhead)
@@ -103,7 +85,7 @@ QJsonObject RunHealth::ToJson() const {
     for (const ScannedPage& page : m_failed) {
         QJsonObject entry{{QStringLiteral("url"), page.url},
                           {QStringLiteral("status"), page.httpStatus},
-                          {QStringLiteral("failure"), FailureName(page.failure)}};
+                          {QStringLiteral("failure"), PageFailureName(page.failure)}};
         if (!page.serviceMessage.isEmpty())
             entry.insert(QStringLiteral("message"), page.serviceMessage);
         failed.append(entry);

@@ -11,6 +11,24 @@ PageSource*& ChosenSource() {
 
 } // namespace
 
+QString PageFailureName(PageFailure failure) {
+    switch (failure) {
+    case PageFailure::None:
+        break;
+    case PageFailure::HttpError:
+        return QStringLiteral("http_error");
+    case PageFailure::TimedOut:
+        return QStringLiteral("timed_out");
+    case PageFailure::Network:
+        return QStringLiteral("network");
+    case PageFailure::Refused:
+        return QStringLiteral("refused");
+    case PageFailure::Aborted:
+        return QStringLiteral("aborted");
+    }
+    return QStringLiteral("none");
+}
+
 PageSource& DefaultPageSource() {
     static HttpPageSource http;
     PageSource* chosen = ChosenSource();

@@ -21,6 +21,9 @@ enum class PageFailure {
     Aborted,
 };
 
+// The failure's name in reports: none, http_error, timed_out, network, refused, aborted.
+QString PageFailureName(PageFailure failure);
+
 // The answer to one page load.
 struct PageResponse {
     QByteArray body;

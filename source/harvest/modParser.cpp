@@ -15,11 +15,7 @@
 
 // ---- The keyword tally ----
 
-namespace {
-
-// The exclusion file's text: UTF-8 when it is valid UTF-8, else Latin-1, the 8-bit code page
-// that the old files were written in.
-QString decodeExclusions(const QByteArray& bytes) {
+QString DecodeWordFile(const QByteArray& bytes) {
     QStringDecoder utf8(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
     QString text = utf8.decode(bytes);
     if (utf8.hasError())
@@ -28,6 +24,8 @@ QString decodeExclusions(const QByteArray& bytes) {
         text.remove(0, 1);
     return text;
 }
+
+namespace {
 
 bool stopRequested() {
     return HarvestState.StopRequested == FlagTrue;
@@ -46,7 +44,7 @@ void LoadExclusionsFrom(const QString& path) {
         Hooks().ExclusionFileUnreadable(path);
         return;
     }
-    const QString text = decodeExclusions(file.readAll());
+    const QString text = DecodeWordFile(file.readAll());
     // Line ends are dropped and the lines joined with nothing between them, seams included.
     qsizetype start = 0;
     while (start < text.size()) {

@@ -2,6 +2,7 @@
 
 #include "modMain.h"
 
+#include <QByteArray>
 #include <QString>
 #include <cstdint>
 #include <memory>
@@ -30,6 +31,9 @@ QString ResultPageUrl(std::int16_t pageNumber, const QString& firstPageUrl);
 std::int16_t ReadPageCount(const QString& outerHtml);
 
 // The keyword tally.
+// A word file's text (the exclusion list, a results file): UTF-8 when it is valid UTF-8, else
+// Latin-1, the 8-bit code page that the old files were written in; a leading BOM dropped.
+QString DecodeWordFile(const QByteArray& bytes);
 void LoadExclusions();
 // The same from another file, for a recount with a list of the user's choice.
 void LoadExclusionsFrom(const QString& path);

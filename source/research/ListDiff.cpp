@@ -1,10 +1,11 @@
 #include "ListDiff.h"
 
+#include "modParser.h"
+
 #include <QHash>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QStringDecoder>
 #include <algorithm>
 
 namespace {
@@ -13,17 +14,6 @@ bool IsCount(const QString& text) {
     if (text.isEmpty())
         return false;
     return std::all_of(text.begin(), text.end(), [](QChar c) { return c >= u'0' && c <= u'9'; });
-}
-
-// UTF-8 when it is valid UTF-8, else Latin-1: the window writes in the system's code page.
-QString DecodeList(const QByteArray& bytes) {
-    QStringDecoder utf8(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
-    QString text = utf8.decode(bytes);
-    if (utf8.hasError())
-        text = QString::fromLatin1(bytes);
-    if (text.startsWith(QChar(0xFEFF)))
-        text.remove(0, 1);
-    return text;
 }
 
 std::optional<std::vector<ResultRow>> ReadJsonList(const QByteArray& bytes, QString& error) {
@@ -45,7 +35,7 @@ std::optional<std::vector<ResultRow>> ReadJsonList(const QByteArray& bytes, QStr
 std::optional<std::vector<ResultRow>> ReadResultList(const QByteArray& bytes, QString& error) {
     if (bytes.trimmed().startsWith('{'))
         return ReadJsonList(bytes, error);
-    const QString text = DecodeList(bytes);
+    const QString text = DecodeWordFile(bytes);
     // The window ends its lines with CR LF and never quotes: a word it wrote may begin with a
     // quote and hold commas, so its lines are cut at their last comma alone.
     const qsizetype firstEnd = text.indexOf(u'\n');
