@@ -189,6 +189,18 @@ void tst_Research::diffOrdersTheFourChanges() {
                          {"gold,", "same", "2", "4", "2", "4"}}));
     QVERIFY(!ReadResultList("ring,5\nno count here\n", error));
     QCOMPARE(error, "line 2 is not word,count");
+
+    // The command reads both files and prints the same order.
+    QTemporaryDir dir;
+    for (const auto& [name, bytes] :
+         {std::pair{"a.csv", "ring,5\r\nlamp,1\r\n"}, {"b.csv", "ring,9\nnew,3\n"}}) {
+        QFile file(dir.filePath(name));
+        QVERIFY(file.open(QIODevice::WriteOnly) && file.write(bytes) > 0);
+    }
+    const Run diff = runCli({"diff", dir.filePath("a.csv"), dir.filePath("b.csv"), "--format", "tsv",
+                             "--quiet", "--data", m_run.dir.path()});
+    QCOMPARE(diff.exitCode, 0);
+    QCOMPARE(diff.out, "ring\trose\t1\t5\t1\t9\t+4\nnew\tnew\t\t0\t2\t3\t+3\nlamp\tgone\t2\t1\t\t0\t-1\n");
 }
 
 void tst_Research::chartIsAPicture() {
