@@ -101,8 +101,7 @@ void ScanApiPage(const QString& url) {
             seen.walkedToEnd = false;
             break;
         }
-        if (HarvestState.MaxAuctions != NoAuctionLimit &&
-            HarvestState.AuctionsScanned >= HarvestState.MaxAuctions) {
+        if (AuctionLimitReached()) {
             HarvestState.ScanHalted = FlagTrue;
             seen.walkedToEnd = i + 1 == items.size();
             break;

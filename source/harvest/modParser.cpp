@@ -15,6 +15,11 @@
 
 // ---- The keyword tally ----
 
+bool AuctionLimitReached() {
+    return HarvestState.MaxAuctions != NoAuctionLimit &&
+           HarvestState.AuctionsScanned >= HarvestState.MaxAuctions;
+}
+
 QString DecodeWordFile(const QByteArray& bytes) {
     QStringDecoder utf8(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
     QString text = utf8.decode(bytes);
@@ -225,8 +230,7 @@ void ScanListingPage(const QString& url) {
             seen.walkedToEnd = false;
             break;
         }
-        if (HarvestState.MaxAuctions != NoAuctionLimit &&
-            HarvestState.AuctionsScanned >= HarvestState.MaxAuctions) {
+        if (AuctionLimitReached()) {
             HarvestState.ScanHalted = FlagTrue;
             // The limit met at the last link still leaves the page walked to its end.
             seen.walkedToEnd = anchor == document->links().back();

@@ -31,6 +31,8 @@ QString ResultPageUrl(std::int16_t pageNumber, const QString& firstPageUrl);
 std::int16_t ReadPageCount(const QString& outerHtml);
 
 // The keyword tally.
+// Whether the run has scanned as many auctions as its limit allows; a walk ends at once then.
+bool AuctionLimitReached();
 // A word file's text (the exclusion list, a results file): UTF-8 when it is valid UTF-8, else
 // Latin-1, the 8-bit code page that the old files were written in; a leading BOM dropped.
 QString DecodeWordFile(const QByteArray& bytes);
