@@ -82,9 +82,10 @@ namespace {
 // Steps 6 and 7 of a piece: one cleaning, the first that fits. Returns false when the piece is
 // dropped.
 bool cleanPiece(QString& piece) {
-    if (piece.right(4).toUpper() == u"</B>") {
+    // Only b and B upper-case to B, so a case-blind comparison is the upper-cased one.
+    if (piece.endsWith(u"</B>", Qt::CaseInsensitive)) {
         piece.chop(4);
-    } else if (piece.left(3).toUpper() == u"<B>") {
+    } else if (piece.startsWith(u"<B>", Qt::CaseInsensitive)) {
         piece.remove(0, 3);
     } else if (piece.contains(u"&amp;", Qt::CaseInsensitive)) {
         piece.replace(QStringLiteral("&amp;"), QStringLiteral("&"), Qt::CaseSensitive);
@@ -131,13 +132,19 @@ void TallyTitle(const QString& title) {
         Hooks().Yield();
         if (stopRequested())
             return;
-        const bool dropped = piece.isEmpty() || IsNumeric(piece, locale) || piece.size() == 1 ||
-                             HarvestState.ExclusionIndex.Contains(piece.toUpper()) || !cleanPiece(piece);
+        // The tests have no side effects until the cleaning, so the cheap ones go first.
+        QString upperWord;
+        const qsizetype uncleanSize = piece.size();
+        const bool dropped = piece.size() <= 1 || IsNumeric(piece, locale) ||
+                             HarvestState.ExclusionIndex.Contains(upperWord = piece.toUpper()) ||
+                             !cleanPiece(piece);
         if (!dropped) {
+            // Every cleaning shortens the piece, so an unchanged size is an unchanged piece.
+            if (piece.size() != uncleanSize)
+                upperWord = piece.toUpper();
             // The seen-text is only a hint, and the table's index answers alone: a word with an
             // entry is always in the seen-text, and a word without one gets a new entry whatever
             // the seen-text says. Asking the hint would only cost a search of it.
-            const QString upperWord = piece.toUpper();
             qsizetype column = HarvestState.KeywordTable.Find(upperWord);
             if (column > 0)
                 raiseCount(column);

@@ -58,6 +58,27 @@ bool startsWithAt(QStringView text, qsizetype pos, const QString& token) {
     return !token.isEmpty() && text.mid(pos).startsWith(token);
 }
 
+struct LocaleSymbols {
+    QString decimal;
+    QString group;
+    QString currency;
+    QString minus;
+    QString plus;
+};
+
+// The tally asks about every word of every title, and a locale makes each symbol anew when asked,
+// so the symbols of the last locale asked about are kept until another one is.
+const LocaleSymbols& SymbolsOf(const QLocale& locale) {
+    thread_local std::optional<QLocale> cachedLocale;
+    thread_local LocaleSymbols symbols;
+    if (!cachedLocale || *cachedLocale != locale) {
+        symbols = {locale.decimalPoint(), locale.groupSeparator(),
+                   locale.currencySymbol(QLocale::CurrencySymbol), locale.negativeSign(), locale.positiveSign()};
+        cachedLocale = locale;
+    }
+    return symbols;
+}
+
 } // namespace
 
 QLocale NumericLocale() {
@@ -80,11 +101,12 @@ std::optional<double> ParseVbNumber(QStringView text, const QLocale& locale) {
     if (text[0] == u'&')
         return parseRadix(text);
 
-    const QString decimal = locale.decimalPoint();
-    const QString group = locale.groupSeparator();
-    const QString currency = locale.currencySymbol(QLocale::CurrencySymbol);
-    const QString minus = locale.negativeSign();
-    const QString plus = locale.positiveSign();
+    const LocaleSymbols& symbols = SymbolsOf(locale);
+    const QString& decimal = symbols.decimal;
+    const QString& group = symbols.group;
+    const QString& currency = symbols.currency;
+    const QString& minus = symbols.minus;
+    const QString& plus = symbols.plus;
 
     bool negative = false;
     bool haveSign = false;
@@ -178,8 +200,17 @@ std::optional<double> ParseVbNumber(QStringView text, const QLocale& locale) {
     if (pos != text.size() || openParen != closeParen)
         return std::nullopt;
 
+    double value = 0;
+    if (fracDigits == 0 && canonical.size() == intDigits && intDigits <= 15) {
+        // Whole numbers below 10^15 are exact in a double, so they need no general reader.
+        std::int64_t whole = 0;
+        for (const char digit : canonical)
+            whole = whole * 10 + (digit - '0');
+        value = double(whole);
+        return negative || openParen ? -value : value;
+    }
     bool ok = false;
-    double value = QLocale::c().toDouble(QLatin1StringView(canonical), &ok);
+    value = QLocale::c().toDouble(QLatin1StringView(canonical), &ok);
     if (!ok || !std::isfinite(value))
         return std::nullopt;
     if (negative || openParen)
