@@ -73,7 +73,8 @@ const LocaleSymbols& SymbolsOf(const QLocale& locale) {
     thread_local LocaleSymbols symbols;
     if (!cachedLocale || *cachedLocale != locale) {
         symbols = {locale.decimalPoint(), locale.groupSeparator(),
-                   locale.currencySymbol(QLocale::CurrencySymbol), locale.negativeSign(), locale.positiveSign()};
+                   locale.currencySymbol(QLocale::CurrencySymbol), locale.negativeSign(),
+                   locale.positiveSign()};
         cachedLocale = locale;
     }
     return symbols;

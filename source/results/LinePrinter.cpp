@@ -68,8 +68,5 @@ bool LinePrinter::Print(const QString& text) {
 bool LinePrinter::EndDoc() {
     if (!m_painter || !m_painter->isActive())
         return true;
-    const bool ended = m_painter->end();
-    if (ended)
-        ++m_documentsEnded;
-    return ended;
+    return m_painter->end();
 }

@@ -31,7 +31,6 @@ public:
     // False when the document could not be finished.
     bool EndDoc();
 
-    int DocumentsEnded() const { return m_documentsEnded; }
     // The lines a sheet holds; known once a document has begun.
     int LinesPerPage() const { return m_linesPerPage; }
 
@@ -47,7 +46,6 @@ private:
     std::unique_ptr<QPainter> m_painter;
     QString m_chosenFileName;
     int m_document = 0;
-    int m_documentsEnded = 0;
     int m_page = 0;
     int m_lineOnPage = 0;
     int m_linesPerPage = 0;

@@ -341,8 +341,8 @@ private Q_SLOTS:
             // The walk's shortcuts, which read only as far as they must, agree with
             // the whole.
             for (const QString& prefix :
-                 {target.left(4), target.left(25), target, target + u'x', markup.left(1), markup.left(4),
-                  markup, markup + u'x', QStringLiteral("http://cgi.example.test/"),
+                 {target.left(4), target.left(25), target, target + u'x', target + u' ', markup.left(1),
+                  markup.left(4), markup, markup + u'x', QStringLiteral("http://cgi.example.test/"),
                   QStringLiteral("<IMG")}) {
                 QCOMPARE(link->DefaultValueStartsWith(prefix), target.startsWith(prefix));
                 QCOMPARE(link->InnerHtmlStartsWith(prefix), markup.startsWith(prefix));
