@@ -448,7 +448,6 @@ int RunCompareCommand(const QStringList& arguments) {
     HarvestState.StopRequested = FlagFalse;
     for (SiteRun& run : runs)
         RunOnSite(run, std::int32_t(limit), quiet);
-    HarvestState.SelectedPath.clear();
 
     QJsonObject sites;
     for (const SiteRun& run : runs)

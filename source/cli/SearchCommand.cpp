@@ -211,7 +211,6 @@ int RunSearchCommand(const QStringList& arguments) {
               written;
     if (report)
         written = report->Write(QJsonDocument(healthJson).toJson(QJsonDocument::Indented)) && written;
-    HarvestState.SelectedPath.clear();
     if (!written)
         return ExitCannotWrite;
     if (!health.ServiceError().isEmpty())

@@ -144,6 +144,12 @@ void tst_CliApi::tokenLimitsAndRefusals() {
     QVERIFY(badSecret.err.contains("The site's API refused the application keys (HTTP 401): client "
                                    "authentication failed (invalid_client)"));
     QVERIFY(badSecret.out.isEmpty());
+    // Keys that cannot be used fail a refresh through the service as the service's refusal does.
+    const Run noKeys =
+        api(refusing, {"refresh", "--site", USSiteLabel, "--data", m_dir.path(), "--source", "api"},
+            {"MARQUILL_EBAY_CLIENT_SECRET="});
+    QCOMPARE(noKeys.exitCode, 8);
+    QVERIFY(noKeys.err.contains("only one of them"));
 
     // The whole of a category past the offset cap: the run stops there and says so.
     SiteSim sim;

@@ -113,6 +113,9 @@ void tst_CliSearch::healthReportOfABrokenRun() {
     QVERIFY(told.contains("warning: 3 of 4 listing pages after the first held no auction link"));
     QVERIFY(told.contains("Asian-Antiques_W0QQlopgZ2QQsacatZ11003"));
     QVERIFY(told.contains("Run: 5 pages requested, 5 answered, HTTP errors: 500 x2"));
+    // Half the later pages empty is not yet a changed layout.
+    SiteSim half({"--fault", "500=lopgZ2QQsacatZ11003", "--fault", "500=lopgZ4QQsacatZ11003"});
+    QVERIFY(!healthOf({AsianAntiques}, half)["stderr"].toString().contains("held no auction link"));
 
     // A changed layout: sub-categories whose pages hold no auction link, behind
     // one that works.

@@ -155,6 +155,7 @@ void tst_KeywordTally::tableLayoutAndProgressCaption() {
     QVERIFY(!table.IsSingleCell());
     QCOMPARE(table.LastEntry(), 2);
     QCOMPARE(table.Count(1), QStringLiteral("2"));
+    QCOMPARE(table.Count(0) + table.Word(0), QString());
     QCOMPARE(m_captions, (QStringList{"Keywords Found: 1", "Keywords Found: 2"}));
     for (int i = 0; i < 1200; ++i)
         TallyTitle(QStringLiteral("w%1").arg(i));
