@@ -258,14 +258,16 @@ public:
     const QString& BaseOrigin() const { return m_baseOrigin; }
 
     // A browser strips blanks and controls at both ends of an address.
+    static std::string_view TrimmedUrl(std::string_view href) {
+        while (!href.empty() && static_cast<unsigned char>(href.front()) <= 0x20)
+            href.remove_prefix(1);
+        while (!href.empty() && static_cast<unsigned char>(href.back()) <= 0x20)
+            href.remove_suffix(1);
+        return href;
+    }
     static QString TrimUrl(std::string_view href) {
-        std::size_t first = 0;
-        std::size_t last = href.size();
-        while (first < last && static_cast<unsigned char>(href[first]) <= 0x20)
-            ++first;
-        while (last > first && static_cast<unsigned char>(href[last - 1]) <= 0x20)
-            --last;
-        return QString::fromUtf8(href.data() + first, qsizetype(last - first));
+        href = TrimmedUrl(href);
+        return QString::fromUtf8(href.data(), qsizetype(href.size()));
     }
 
 private:
@@ -533,10 +535,7 @@ bool DomElement::DefaultValueStartsWith(QStringView prefix) const {
     std::string_view href;
     if (!(m_flags & LinkElement) || !Attribute("href", &href))
         return QStringView(u"[object]").startsWith(prefix);
-    while (!href.empty() && static_cast<unsigned char>(href.front()) <= 0x20)
-        href.remove_prefix(1);
-    while (!href.empty() && static_cast<unsigned char>(href.back()) <= 0x20)
-        href.remove_suffix(1);
+    href = DomDocument::TrimmedUrl(href);
     // The href as written decides whenever it names a scheme, and a relative one whenever the
     // base's scheme and host decide; only the rest is resolved.
     if (NamesScheme(href)) {

@@ -88,7 +88,10 @@ void tst_CliSearch::numericRulesWithoutALocale() {
     const QStringList search = QStringList{"search", "--node", AsianAntiques} + m_run.Common();
     const Run c = runCli(search, "C.UTF-8");
     QCOMPARE(c.exitCode, 0);
+    // Progress is drawn only on a terminal, never into a pipe.
+    QVERIFY(!c.err.contains(u'\r'));
     QCOMPARE(runCli(search, "POSIX").out, c.out);
+    QCOMPARE(runCli(search + QStringList{"--locale", "C.UTF-8"}, "en_GB.UTF-8").out, c.out);
     QCOMPARE(runCli(search, "en_US.UTF-8").out, c.out);
     // Under a locale whose currency is not the dollar, prices are words.
     const Run gb = runCli(search + QStringList{"--locale", "en_GB"}, "C.UTF-8");

@@ -193,6 +193,8 @@ private Q_SLOTS:
             << QByteArray("\xEF\xBB\xBF<p>\xE2\x80\x9Cq\xE2\x80\x9D</p>") << QString() << quoted;
         QTest::newRow("bad utf-8 replaced") << QByteArray("<p>a\xFF\xFE b</p>") << QStringLiteral("utf-8")
                                             << QStringLiteral("a\uFFFD\uFFFD b");
+        QTest::newRow("plain bytes in a charset of its own")
+            << QByteArray("<p>+AKM-5</p>") << QStringLiteral("utf-7") << QStringLiteral("\u00A35");
         QTest::newRow("other charset by name")
             << QByteArray("<p>\xE1\xE2\xE3</p>") << QStringLiteral("iso-8859-7")
             << QStringLiteral("\u03B1\u03B2\u03B3");

@@ -1,4 +1,5 @@
 #include "CatalogueTree.h"
+#include "HarvestObserver.h"
 #include "HostHooks.h"
 #include "HttpPageSource.h"
 #include "SiteSim.h"
@@ -170,6 +171,22 @@ void tst_HarvestRun::stopDuringAWalkEndsTheRun() {
     RunHarvest(ScopeMainCategory, main->Key(), m_tree, main);
     QCOMPARE(newRequests().size(), 2);
     QCOMPARE(HarvestState.ScanHalted, FlagTrue);
+
+    // A stop in the yield between two sub-categories: the second is never asked for.
+    struct Watcher final : HarvestObserver {
+        bool scanned = false;
+        void PagesAhead(const QStringList&) override {}
+        void PageScanned(const ScannedPage&) override { scanned = true; }
+    } watcher;
+    SetHarvestObserver(&watcher);
+    Hooks().Yield = [&] {
+        if (watcher.scanned)
+            HarvestState.StopRequested = FlagTrue;
+    };
+    startRun(NoAuctionLimit);
+    RunHarvest(ScopeMainCategory, main->Key(), m_tree, main);
+    SetHarvestObserver(nullptr);
+    QCOMPARE(newRequests().size(), 1);
 }
 
 void tst_HarvestRun::selectedMainCategoryWithoutChildren() {
