@@ -191,6 +191,8 @@ private Q_SLOTS:
             << QStringLiteral("x-no-such") << quoted;
         QTest::newRow("byte order mark")
             << QByteArray("\xEF\xBB\xBF<p>\xE2\x80\x9Cq\xE2\x80\x9D</p>") << QString() << quoted;
+        QTest::newRow("byte order mark before plain text")
+            << QByteArray("\xEF\xBB\xBF<p>q</p>") << QString() << QStringLiteral("q");
         QTest::newRow("bad utf-8 replaced") << QByteArray("<p>a\xFF\xFE b</p>") << QStringLiteral("utf-8")
                                             << QStringLiteral("a\uFFFD\uFFFD b");
         QTest::newRow("plain bytes in a charset of its own")
@@ -224,6 +226,9 @@ private Q_SLOTS:
         ::close(saved);
         QCOMPARE(capture.readAll(), QByteArray());
         QCOMPARE(FirstByTag(*document, QStringLiteral("P"))->innerText(), expected);
+        // The decoded text ends where the page ends and keeps no byte order mark.
+        const QByteArray decoded = DecodePageText(page, httpCharset);
+        QVERIFY(!decoded.contains('\0') && !decoded.startsWith("\xEF\xBB\xBF"));
         if (HtmlElement* area = FirstByTag(*document, QStringLiteral("TEXTAREA")))
             QCOMPARE(area->innerHTML(), QStringLiteral("d\ne"));
     }
