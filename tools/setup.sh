@@ -9,7 +9,7 @@ cd "$(dirname "$0")/.."
 
 packages=(build-essential cmake pkg-config qt6-base-dev qt6-base-dev-tools qt6-svg-dev libqt6opengl6-dev
           libxml2-dev libpugixml-dev curl xvfb xauth fonts-dejavu-core fonts-dejavu-extra fonts-wine
-          dpkg-dev lintian desktop-file-utils appstream python3-html5lib)
+          dpkg-dev lintian desktop-file-utils appstream python3-html5lib bsdutils)
 if [ "${MARQUILL_FUZZ:-OFF}" = ON ]; then packages+=(clang libclang-rt-14-dev); fi
 missing=()
 for p in "${packages[@]}"; do

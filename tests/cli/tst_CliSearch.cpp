@@ -88,8 +88,16 @@ void tst_CliSearch::numericRulesWithoutALocale() {
     const QStringList search = QStringList{"search", "--node", AsianAntiques} + m_run.Common();
     const Run c = runCli(search, "C.UTF-8");
     QCOMPARE(c.exitCode, 0);
-    // Progress is drawn only on a terminal, never into a pipe.
+    // Progress is drawn only on a terminal, never into a pipe; on a terminal its line is ended
+    // before the summary.
     QVERIFY(!c.err.contains(u'\r'));
+    QStringList quoted;
+    for (const QString& argument : QStringList{MARQUILL_CLI} + search)
+        quoted << u'\'' + argument + u'\'';
+    const Run terminal = runProgram("script", {"-qec", quoted.join(u' '), "/dev/null"});
+    QCOMPARE(terminal.exitCode, 0);
+    QVERIFY(terminal.out.contains("\rKeywords Found: "));
+    QVERIFY(terminal.out.contains("\nSite: "));
     QCOMPARE(runCli(search, "POSIX").out, c.out);
     QCOMPARE(runCli(search + QStringList{"--locale", "C.UTF-8"}, "en_GB.UTF-8").out, c.out);
     QCOMPARE(runCli(search, "en_US.UTF-8").out, c.out);
