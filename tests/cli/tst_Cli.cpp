@@ -100,6 +100,12 @@ void tst_Cli::exitStatusesOfRuns() {
     QCOMPARE(none.exitCode, 5);
     QVERIFY(none.err.contains("the former categories are kept"));
     QCOMPARE(runCli(tree).lines(), m_run.catalogue);
+    // A page answered with an error is listed by its status.
+    SiteSim failing({"--fault", "500=listings"});
+    const Run refused = runCli({"refresh", "--site", USSiteLabel, "--data", m_run.dir.path(), "--proxy",
+                                failing.proxyUrl().toString()});
+    QVERIFY2(refused.err.contains("HTTP 500"), qPrintable(refused.err));
+    QCOMPARE(runCli(tree).lines(), m_run.catalogue);
 
     // Ctrl-C stops a search, which still prints what it found and keeps its titles, and a refresh.
     QTemporaryDir data;

@@ -173,6 +173,8 @@ private Q_SLOTS:
         QTest::addColumn<QString>("expected");
         const QString quoted = QChar(0x201C) + QStringLiteral("q") + QChar(0x201D);
         QTest::newRow("default windows-1252") << QByteArray("<p>\x93q\x94</p>") << QString() << quoted;
+        QTest::newRow("euro sign, the lowest byte above ASCII")
+            << QByteArray("<p>\x80 5</p>") << QString() << QStringLiteral("\u20AC 5");
         QTest::newRow("latin-1 read as windows-1252")
             << QByteArray("<p>\x93q\x94</p>") << QStringLiteral("ISO-8859-1") << quoted;
         QTest::newRow("meta utf-8") << QByteArray("<meta charset=\"utf-8\"><p>\xE2\x80\x9Cq\xE2\x80\x9D</p>")
