@@ -123,6 +123,7 @@ private Q_SLOTS:
         FillKeywordTable(entries);
         frmSummary summary(nullptr);
         QCOMPARE(ScreenPointer::Current(), ScreenPointer::Default);
+        QVERIFY(summary.isModal());
         const QStringList expected =
             QStringList{QStringLiteral("lot,100"), QStringLiteral("mint,10")} + twos + ones;
         QCOMPARE(ShownRows(summary), expected);
