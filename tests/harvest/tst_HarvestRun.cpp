@@ -185,6 +185,12 @@ void tst_HarvestRun::stopDuringAWalkEndsTheRun() {
     };
     startRun(NoAuctionLimit);
     RunHarvest(ScopeMainCategory, main->Key(), m_tree, main);
+    QCOMPARE(newRequests().size(), 1);
+    // And between two pages of a sub-category.
+    const CategoryNode* sub = node(QStringLiteral("Select Category~Antiques~Asian Antiques"));
+    watcher.scanned = false;
+    startRun(NoAuctionLimit);
+    RunHarvest(ScopeSubCategory, sub->Key(), m_tree, sub);
     SetHarvestObserver(nullptr);
     QCOMPARE(newRequests().size(), 1);
 }

@@ -202,8 +202,9 @@ void tst_Research::diffOrdersTheFourChanges() {
         QVERIFY(file.open(QIODevice::WriteOnly) && file.write(bytes) > 0);
     }
     const Run diff = runCli({"diff", dir.filePath("a.csv"), dir.filePath("b.csv"), "--format", "tsv",
-                             "--quiet", "--data", m_run.dir.path()});
+                             "--data", m_run.dir.path()});
     QCOMPARE(diff.exitCode, 0);
+    QCOMPARE(diff.err, "Rose 1, fell 0, new 1, gone 1, same 0\n");
     QCOMPARE(diff.out, "ring\trose\t1\t5\t1\t9\t+4\nnew\tnew\t\t0\t2\t3\t+3\nlamp\tgone\t2\t1\t\t0\t-1\n");
 }
 
