@@ -96,16 +96,8 @@ void ScanApiPage(const QString& url) {
         ++HarvestState.AuctionsScanned;
         ++seen.auctionLinks;
         TallyTitle(items[i][QStringLiteral("title")].toString());
-        if (stopRequested()) {
-            HarvestState.ScanHalted = FlagTrue;
-            seen.walkedToEnd = false;
+        if (WalkEndsAfterItem(seen, i + 1 == items.size()))
             break;
-        }
-        if (AuctionLimitReached()) {
-            HarvestState.ScanHalted = FlagTrue;
-            seen.walkedToEnd = i + 1 == items.size();
-            break;
-        }
     }
     // The last page the service gives while its total goes on: the rest is past its offset cap.
     seen.offsetCapReached = seen.walkedToEnd && HarvestState.ScanHalted != FlagTrue &&

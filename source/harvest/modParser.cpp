@@ -38,6 +38,15 @@ bool stopRequested() {
 
 } // namespace
 
+bool WalkEndsAfterItem(ScannedPage& seen, bool lastItem) {
+    const bool stopped = stopRequested();
+    if (!stopped && !AuctionLimitReached())
+        return false;
+    HarvestState.ScanHalted = FlagTrue;
+    seen.walkedToEnd = !stopped && lastItem;
+    return true;
+}
+
 void LoadExclusions() {
     LoadExclusionsFrom(ExclusionFilePath());
 }
@@ -232,17 +241,8 @@ void ScanListingPage(const QString& url) {
             ++seen.auctionLinks;
             TallyTitle(anchor->innerHTML());
         }
-        if (stopRequested()) {
-            HarvestState.ScanHalted = FlagTrue;
-            seen.walkedToEnd = false;
+        if (WalkEndsAfterItem(seen, anchor == document->links().back()))
             break;
-        }
-        if (AuctionLimitReached()) {
-            HarvestState.ScanHalted = FlagTrue;
-            // The limit met at the last link still leaves the page walked to its end.
-            seen.walkedToEnd = anchor == document->links().back();
-            break;
-        }
     }
     if (observer) {
         seen.url = url;

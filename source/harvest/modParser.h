@@ -33,6 +33,11 @@ std::int16_t ReadPageCount(const QString& outerHtml);
 // The keyword tally.
 // Whether the run has scanned as many auctions as its limit allows; a walk ends at once then.
 bool AuctionLimitReached();
+
+struct ScannedPage;
+// After an item of a page's walk, whether the walk ends there: on a stop, or at the auction limit,
+// which still leaves the page walked to its end when met at its last item.
+bool WalkEndsAfterItem(ScannedPage& seen, bool lastItem);
 // A word file's text (the exclusion list, a results file): UTF-8 when it is valid UTF-8, else
 // Latin-1, the 8-bit code page that the old files were written in; a leading BOM dropped.
 QString DecodeWordFile(const QByteArray& bytes);
