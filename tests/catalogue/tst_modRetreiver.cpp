@@ -77,6 +77,7 @@ private Q_SLOTS:
     void stopKeepsWhatWasFound_data();
     void stopKeepsWhatWasFound();
     void findsBoundAndUnopenableFile();
+    void aRefusedSaveEndsTheCrawlThoughTheDiskRecovers();
     void savesWriteOnlyWhatChangedAgainstTheSampleSite();
 
 private:
@@ -356,6 +357,42 @@ void tst_modRetreiver::findsBoundAndUnopenableFile() {
             m_host->path + "|0");
     QCOMPARE(m_files->StartCount(), loads);
     QVERIFY(m_host->captions.isEmpty());
+}
+
+void tst_modRetreiver::aRefusedSaveEndsTheCrawlThoughTheDiskRecovers() {
+    AddStoredPages();
+    // Toys' second sub-category is refused (a folder stands where the file goes) and the disk is
+    // back by the next yield: no later find may land in the file behind the hole. The refused save
+    // is known by the writer's temporary file, which it drops.
+    const QString path = m_host->path, aside = path + ".aside";
+    QDir folder(m_host->dir.path());
+    bool blocked = false;
+    const auto caption = Hooks().SetMainTotalCaption;
+    Hooks().SetMainTotalCaption = [&](const QString& text) {
+        caption(text);
+        if (text == "Total Found: 1 (1)")
+            blocked = !folder.entryList({"aeurl.xml.tmp-*"}, QDir::Files).isEmpty() &&
+                      QFile::rename(path, aside) && QDir().mkdir(path);
+    };
+    const auto unblock = [&] {
+        if (blocked && folder.entryList({"aeurl.xml.tmp-*"}, QDir::Files).isEmpty())
+            blocked = !(QDir().rmdir(path) && QFile::rename(aside, path));
+    };
+    const auto yield = Hooks().Yield;
+    Hooks().Yield = [&] {
+        unblock();
+        yield();
+    };
+    const RefreshResult result = RefreshCategories();
+    unblock();
+    QVERIFY(!blocked);
+    QCOMPARE(Ended(result), "Completed, 1 mains, 1 subs, 0 failed, document released, feedback 0, "
+                            "auctions -1; Cannot save " + path + "; the refresh has ended. The file "
+                            "from before it is kept as " + path + ".bak.|0");
+    LoadCategories();
+    QCOMPARE(TreeLines(CurrentCategoryTree()),
+             (QStringList{"Select Category\tRoot", "Select Category~Toys\t" + ToysUrl,
+                          "Select Category~Toys~Cars\thttp://listings.ebay.com/Toys-Cars_W0QQsacatZ101" + Suffix}));
 }
 
 void tst_modRetreiver::savesWriteOnlyWhatChangedAgainstTheSampleSite() {

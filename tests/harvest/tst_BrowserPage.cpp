@@ -197,6 +197,9 @@ private Q_SLOTS:
             << QByteArray("\xEF\xBB\xBF<p>q</p>") << QString() << QStringLiteral("q");
         QTest::newRow("bad utf-8 replaced") << QByteArray("<p>a\xFF\xFE b</p>") << QStringLiteral("utf-8")
                                             << QStringLiteral("a\uFFFD\uFFFD b");
+        QTest::newRow("four-byte utf-8, stray continuation bytes")
+            << QByteArray("<p>\xF0\x9F\x98\x80 \x80\x80\xBF</p>") << QStringLiteral("utf-8")
+            << QStringLiteral("\U0001F600 \uFFFD\uFFFD\uFFFD");
         QTest::newRow("plain bytes in a charset of its own")
             << QByteArray("<p>+AKM-5</p>") << QStringLiteral("utf-7") << QStringLiteral("\u00A35");
         QTest::newRow("other charset by name")
