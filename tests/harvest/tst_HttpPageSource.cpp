@@ -9,6 +9,7 @@
 #include <QNetworkProxy>
 #include <QSet>
 #include <QTemporaryDir>
+#include <QTimer>
 #include <QTest>
 #include <QTimer>
 
@@ -181,15 +182,28 @@ private Q_SLOTS:
         while (body.size() < 300000)
             body += "<p>filler filler filler filler filler filler filler filler</p>\n";
         body += "<a href=\"/last\">last</a></body></html>";
-        LocalHttpServer server([&body](const LocalHttpRequest&, QTcpSocket* socket) {
-            socket->write(LocalHttpServer::Response(200, body));
+        // "/endless" never stops sending: the cut must not wait for the rest, which would end
+        // only at the bound of the whole load.
+        LocalHttpServer server([&body](const LocalHttpRequest& request, QTcpSocket* socket) {
+            if (request.Path() != "/endless") {
+                socket->write(LocalHttpServer::Response(200, body));
+                return;
+            }
+            socket->write("HTTP/1.1 200 OK\r\nContent-Length: 100000000\r\n\r\n" + body);
+            auto* more = new QTimer(socket);
+            QObject::connect(more, &QTimer::timeout, socket, [socket] { socket->write(QByteArray(1000, ' ')); });
+            more->start(10);
         });
         HttpPageSource source;
         source.SetMaxBodyBytes(100000);
+        source.SetTotalTimeoutMs(3000);
         BrowserPage page(&source);
-        page.Navigate(server.Url(QStringLiteral("/huge")));
-        WaitAsTheRunDoes(page);
-        QCOMPARE(LinkTargets(page), QStringList(server.Url(QStringLiteral("/first"))));
+        for (const QString& path : {QStringLiteral("/huge"), QStringLiteral("/endless")}) {
+            page.Navigate(server.Url(path));
+            WaitAsTheRunDoes(page);
+            QCOMPARE(LinkTargets(page), QStringList(server.Url(QStringLiteral("/first"))));
+            QCOMPARE(page.Failure(), PageFailure::None);
+        }
 
         // A body exactly at the cap is whole.
         source.SetMaxBodyBytes(body.size());
