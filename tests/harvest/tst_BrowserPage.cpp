@@ -155,7 +155,8 @@ private Q_SLOTS:
         QTest::newRow("runs folded, trimmed")
             << QByteArray("  Golf \n\t Club  ") << QStringLiteral("Golf Club");
         QTest::newRow("each space alone") << QByteArray("a\tb\nc\rd\fe f") << QStringLiteral("a b c d e f");
-        QTest::newRow("inline markup joins") << QByteArray("a<b>b</b>c <i> d</i>") << QStringLiteral("abc d");
+        QTest::newRow("inline markup joins")
+            << QByteArray("a<b>b</b>c <i> d</i> <u>e</u>") << QStringLiteral("abc d e");
         QTest::newRow("entities decoded")
             << QByteArray("Set &amp; <b>Bag</b> &lt;x&gt;") << QStringLiteral("Set & Bag <x>");
         QTest::newRow("br") << QByteArray("a<br>b") << QStringLiteral("a\r\nb");
