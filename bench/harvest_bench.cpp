@@ -24,6 +24,7 @@
 #include <QProcess>
 #include <QStringList>
 #include <QTemporaryDir>
+#include <QThread>
 #include <QUrl>
 #include <algorithm>
 #include <cstdio>
@@ -97,6 +98,35 @@ std::optional<Choice> ChooseSubCategory() {
 // loop with a poll of every socket and pipe the process holds.
 qint64 YieldCount = 0;
 qint64 YieldNs = 0;
+
+// The sample site started and stopped from a thread of its own. Its pipes and the watch on its
+// process are then that thread's descriptors, so each yield of the harvest polls only what it would
+// poll on a user's machine, where the server is no child of the program; with the site's three
+// descriptors in the harvest's own loop a yield cost about a third more.
+class SiteOnItsOwnThread final {
+public:
+    explicit SiteOnItsOwnThread(const QStringList& arguments = {}) {
+        m_context.moveToThread(&m_thread);
+        m_thread.start();
+        QMetaObject::invokeMethod(
+            &m_context, [&] { m_site = std::make_unique<SiteSim>(arguments); }, Qt::BlockingQueuedConnection);
+    }
+    ~SiteOnItsOwnThread() {
+        QMetaObject::invokeMethod(&m_context, [&] { m_site.reset(); }, Qt::BlockingQueuedConnection);
+        m_thread.quit();
+        m_thread.wait();
+    }
+    SiteOnItsOwnThread(const SiteOnItsOwnThread&) = delete;
+    SiteOnItsOwnThread& operator=(const SiteOnItsOwnThread&) = delete;
+
+    const SiteSim& operator*() const { return *m_site; }
+    const SiteSim* operator->() const { return m_site.get(); }
+
+private:
+    QThread m_thread;
+    QObject m_context;
+    std::unique_ptr<SiteSim> m_site;
+};
 
 struct Pass {
     qint64 yields = 0;
@@ -374,8 +404,8 @@ int main(int argc, char** argv) {
     // One harvest at no latency and nothing else, for an instruction profile of it:
     //   valgrind --tool=callgrind --toggle-collect='RunHarvest*' build/bin/harvest_bench --once
     if (argc > 1 && QByteArray(argv[1]) == "--once") {
-        SiteSim site;
-        const std::optional<Pass> pass = site.isRunning() ? RunPass(site, *choice, nullptr) : std::nullopt;
+        const SiteOnItsOwnThread site;
+        const std::optional<Pass> pass = site->isRunning() ? RunPass(*site, *choice, nullptr) : std::nullopt;
         if (!pass)
             return 1;
         std::printf("one harvest: %d auctions, CPU %.3f s\n", pass->auctions, pass->harvestCpu);
@@ -386,7 +416,8 @@ int main(int argc, char** argv) {
     std::optional<Processing> processing, largeProcessing;
     bool allMet = true;
     for (const int latency : {0, 50}) {
-        SiteSim site({QStringLiteral("--latency"), QString::number(latency)});
+        const SiteOnItsOwnThread thread({QStringLiteral("--latency"), QString::number(latency)});
+        const SiteSim& site = *thread;
         if (!site.isRunning()) {
             std::fprintf(stderr, "the sample site did not start\n");
             return 1;
