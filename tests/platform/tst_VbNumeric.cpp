@@ -15,7 +15,7 @@ private Q_SLOTS:
 void tst_VbNumeric::isNumericUnderUsLocale_data() {
     QTest::addColumn<QString>("text");
     QTest::addColumn<bool>("numeric");
-    for (const char* text : {"2005", "1,000", "$5.99", "5$", "-12", "12-", "(12)", "1E5", "1d-5", "&HFF",
+    for (const char* text : {"2005", "1,000", "$5.99", "5$", "5$-", "-12", "12-", "(12)", "1E5", "1d-5", "&HFF",
                              "&hff", "&HaF", "&O17", "&17", "&7", ".5", "1.", " 12 "})
         QTest::newRow(text) << QString::fromUtf8(text) << true;
     // Characters between the digits and the capitals are no hexadecimal digits.
