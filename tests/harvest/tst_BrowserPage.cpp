@@ -134,6 +134,8 @@ private Q_SLOTS:
                                           << QStringLiteral("<TABLE><TR><TD>1</TD><TD>2</TD></TR></TABLE>");
         QTest::newRow("unclosed bold closed")
             << QByteArray("<p><b>x</p>y") << QStringLiteral("<P><B>x</B></P>y");
+        QTest::newRow("NUL in text that is read as it stands")
+            << QByteArray("<xmp>a\0b</xmp>", 15) << QStringLiteral("<XMP>a\uFFFDb</XMP>");
     }
     void innerHtmlSerialization() {
         QFETCH(QByteArray, body);

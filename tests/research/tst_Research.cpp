@@ -206,6 +206,16 @@ void tst_Research::diffOrdersTheFourChanges() {
     QCOMPARE(diff.exitCode, 0);
     QCOMPARE(diff.err, "Rose 1, fell 0, new 1, gone 1, same 0\n");
     QCOMPARE(diff.out, "ring\trose\t1\t5\t1\t9\t+4\nnew\tnew\t\t0\t2\t3\t+3\nlamp\tgone\t2\t1\t\t0\t-1\n");
+    // The chart shows the changes, the largest first.
+    QCOMPARE(runCli({"diff", dir.filePath("a.csv"), dir.filePath("b.csv"), "--data", m_run.dir.path(), "--chart",
+                     dir.filePath("diff.svg")})
+                 .exitCode,
+             0);
+    QFile chart(dir.filePath("diff.svg"));
+    QVERIFY(chart.open(QIODevice::ReadOnly));
+    const QByteArray svg = chart.readAll();
+    const qsizetype ring = svg.indexOf(">ring</text>"), added = svg.indexOf(">new</text>");
+    QVERIFY(ring >= 0 && added > ring && svg.indexOf(">lamp</text>") > added);
 }
 
 void tst_Research::chartIsAPicture() {
