@@ -5,6 +5,7 @@
 
 #include <QElapsedTimer>
 #include <QRegularExpression>
+#include <QUrlQuery>
 #include <sys/stat.h>
 
 // Today's site through its API, against the sample site: the same words as its pages, the token's
@@ -18,7 +19,7 @@ private Q_SLOTS:
     void sameWordsAsTheListingPages();
     void tokenLimitsAndRefusals();
     void stopEndsTheWaitForTheService();
-    void onlyTheServiceIsAskedWithTheToken();
+    void serviceAddressesAndTheirLaterPages();
     void keyFileRules_data();
     void keyFileRules();
 
@@ -187,10 +188,18 @@ void tst_CliApi::stopEndsTheWaitForTheService() {
     QCOMPARE(sim.requestLog().filter("offset=200").size(), 1);
 }
 
-void tst_CliApi::onlyTheServiceIsAskedWithTheToken() {
+void tst_CliApi::serviceAddressesAndTheirLaterPages() {
     QVERIFY(IsApiSearchUrl(ApiSearchUrl("7")));
     QVERIFY(!IsApiSearchUrl("http://elsewhere.example/buy/browse/v1/item_summary/search?category_ids=7"));
     QVERIFY(!IsApiSearchUrl(ApiSearchUrl("7").replace("search?", "searches?")));
+    // A later page steps on by the address's own limit, or by the service's default of 50.
+    const auto offsetOfPage3 = [](const QString& query) {
+        return QUrlQuery(QUrl(ApiResultPageUrl(3, ApiSearchUrl("7").section('?', 0, 0) + query)))
+            .queryItemValue("offset");
+    };
+    QCOMPARE(offsetOfPage3("?limit=1&offset=5"), "7");
+    QCOMPARE(offsetOfPage3("?limit=0"), "100");
+    QCOMPARE(offsetOfPage3("?category_ids=7"), "100");
 }
 
 void tst_CliApi::keyFileRules_data() {

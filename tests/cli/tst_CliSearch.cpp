@@ -45,7 +45,9 @@ void tst_CliSearch::formatsReadBackToTheSameWords() {
     QCOMPARE(json["auctions_limit"].toInt(), 2000);
     QFile reportFile(report);
     QVERIFY(reportFile.open(QIODevice::ReadOnly));
-    QCOMPARE(QJsonDocument::fromJson(reportFile.readAll())["auctions_counted"].toInt(), 2);
+    const QJsonDocument counts = QJsonDocument::fromJson(reportFile.readAll());
+    QCOMPARE(counts["auctions_counted"].toInt(), 2);
+    QCOMPARE(counts["distinct_words"].toInt(), 7);
     const Run csv = runCli(search + QStringList{"csv", "--output", words});
     QVERIFY(csv.exitCode == 0 && csv.out.isEmpty());
     QFile csvFile(words);
