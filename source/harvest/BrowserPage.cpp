@@ -16,7 +16,6 @@ void BrowserPage::Navigate(const QString& url) {
     m_httpStatus = 0;
     m_failure = PageFailure::None;
     m_navigated = true;
-    m_ended = false;
     PageSource& source = m_source ? *m_source : DefaultPageSource();
     m_load = source.Start(QUrl(url.trimmed()));
 }
@@ -24,7 +23,7 @@ void BrowserPage::Navigate(const QString& url) {
 int BrowserPage::ReadyState() const {
     if (!m_navigated)
         return 0;
-    if (m_ended || !m_load || m_load->IsFinished())
+    if (!m_load || m_load->IsFinished())
         return 4;
     return 1;
 }
@@ -46,7 +45,6 @@ HtmlDocument* BrowserPage::Document() {
             m_document = EmptyHtmlDocument();
         }
         m_load.reset();
-        m_ended = true;
     }
     return m_document.get();
 }
@@ -55,12 +53,10 @@ void BrowserPage::Stop() {
     if (!m_navigated || ReadyState() == 4)
         return;
     m_load.reset();
-    m_ended = true;
 }
 
 void BrowserPage::Quit() {
     m_load.reset();
     m_document.reset();
-    m_ended = true;
     m_navigated = false;
 }

@@ -85,6 +85,5 @@ private:
     QString m_url;
     int m_httpStatus = 0;
     PageFailure m_failure = PageFailure::None;
-    bool m_ended = true;
     bool m_navigated = false;
 };
