@@ -179,6 +179,15 @@ void tst_CliSearch::parallelLoadsGiveTheSequentialList() {
         QVERIFY(logs[1].size() <= unused.toInt());
         QCOMPARE(unused.toInt(), limit == u"none" ? 0 : 3);
     }
+    // A main category loads its sub-categories ahead: a limit met in the first leaves the loads
+    // of the next ones unused.
+    const QJsonObject main = runCli(QStringList{"search", "--node", "Select Category~Antiques", "--auctions", "1",
+                                                "--format", "json", "--parallel", "4"} +
+                                    m_run.Common())
+                                 .json()["health"]
+                                 .toObject();
+    QCOMPARE(main["pages_requested"].toInt(), 1);
+    QCOMPARE(main["pages_loaded_ahead_unused"].toInt(), 3);
 }
 
 QTEST_GUILESS_MAIN(tst_CliSearch)
