@@ -18,7 +18,7 @@ private Q_SLOTS:
     void sameWordsAsTheListingPages_data();
     void sameWordsAsTheListingPages();
     void tokenLimitsAndRefusals();
-    void stopEndsTheWaitForTheService();
+    void stopsEndTheServiceWaitAndTheItemWalk();
     void serviceAddressesAndTheirLaterPages();
     void keyFileRules_data();
     void keyFileRules();
@@ -162,7 +162,7 @@ void tst_CliApi::tokenLimitsAndRefusals() {
     QVERIFY(capped.err.contains("offset cap"));
 }
 
-void tst_CliApi::stopEndsTheWaitForTheService() {
+void tst_CliApi::stopsEndTheServiceWaitAndTheItemWalk() {
     SiteSim sim({"--fault", "429=offset=200", "--api-retry-after", "60"});
     const QStringList variables{"MARQUILL_EBAY_API", "MARQUILL_EBAY_RATE", "MARQUILL_EBAY_CLIENT_ID",
                                 "MARQUILL_EBAY_CLIENT_SECRET"};
@@ -181,11 +181,20 @@ void tst_CliApi::stopEndsTheWaitForTheService() {
             HarvestState.StopRequested = FlagTrue;
     };
     RunHarvest(ScopeSubCategory, ApiSearchUrl(folkArtId(sim)), nullptr, nullptr);
+    QCOMPARE(HarvestState.AuctionsScanned, 200);
+    QCOMPARE(sim.requestLog().filter("offset=200").size(), 1);
+    // A stop in the first yield, before the first item of the first page, counts no auction.
+    HarvestState = HarvestRecord();
+    HarvestState.MaxAuctions = NoAuctionLimit;
+    ResetHooks();
+    Hooks().ExclusionFileUnreadable = [](const QString&) {};
+    Hooks().Yield = [] { HarvestState.StopRequested = FlagTrue; };
+    RunHarvest(ScopeSubCategory, ApiSearchUrl(folkArtId(sim)), nullptr, nullptr);
     ResetHooks();
     for (const QString& variable : variables)
         qunsetenv(variable.toLatin1());
-    QCOMPARE(HarvestState.AuctionsScanned, 200);
-    QCOMPARE(sim.requestLog().filter("offset=200").size(), 1);
+    QCOMPARE(HarvestState.AuctionsScanned, 0);
+    QCOMPARE(HarvestState.ScanHalted, FlagTrue);
 }
 
 void tst_CliApi::serviceAddressesAndTheirLaterPages() {
