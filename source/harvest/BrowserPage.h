@@ -80,6 +80,7 @@ public:
 
 private:
     PageSource* m_source;
+    // Null once the load has ended: its page taken, stopped or quit.
     std::unique_ptr<PageLoad> m_load;
     std::unique_ptr<HtmlDocument> m_document;
     QString m_url;
