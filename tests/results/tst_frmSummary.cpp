@@ -234,8 +234,11 @@ private Q_SLOTS:
         frmSummary summary(nullptr);
         summary.SetDateSource([&today] { return today; });
         summary.show();
-        QTest::mouseDClick(summary.findChild<QLineEdit*>(QStringLiteral("txtFileName")), Qt::LeftButton);
+        auto* field = summary.findChild<QLineEdit*>(QStringLiteral("txtFileName"));
+        QTest::mouseDClick(field, Qt::LeftButton);
         QCOMPARE(Text(summary, "txtFileName"), chosen);
+        // The double-click is the dialog's alone: the box does not go on to select a word.
+        QVERIFY(!field->hasSelectedText());
         QVERIFY(summary.ResultsPath().isEmpty());
         // The browse entry afterwards starts from Documents, now there is one.
         QVERIFY(QDir(m_home.path()).mkpath(QStringLiteral("Documents")));
