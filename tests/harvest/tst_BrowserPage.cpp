@@ -100,6 +100,8 @@ private Q_SLOTS:
         QVERIFY(bold->DefaultValueStartsWith(u"[obj") && !bold->DefaultValueStartsWith(u"[objects"));
         // The parser supplies what a page leaves out.
         QCOMPARE(Tags(Parse("<p>x<a href=y>y</a>")->all()), QStringList({"HTML", "BODY", "P", "A"}));
+        // "<!--->" is an empty comment, also where the page ends.
+        QCOMPARE(FirstByTag(*Parse("<p>x<!--->"), QStringLiteral("P"))->innerHTML(), QStringLiteral("x<!---->"));
         // The charset the source names wins over the page's own.
         StoredPage overridden(QStringLiteral("meta-greek.htm"), ListUrl, QStringLiteral("windows-1252"));
         QVERIFY(overridden.Document());
@@ -222,6 +224,8 @@ private Q_SLOTS:
         QTest::newRow("other charset by name")
             << QByteArray("<p>\xE1\xE2\xE3</p>") << QStringLiteral("iso-8859-7")
             << QStringLiteral("\u03B1\u03B2\u03B3");
+        QTest::newRow("other charset, a bad byte one before the end")
+            << QByteArray("<meta charset=shift_jis><p>a\xFF!") << QString() << QStringLiteral("a\uFFFD!");
         QTest::newRow("other charset decoded whole past a bad byte")
             << QByteArray("<meta charset=shift_jis><p>\x82\xA0\xFF\x82\xA2 "
                           "\x82</p><p>x</p>")

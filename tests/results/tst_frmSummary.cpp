@@ -323,6 +323,9 @@ private Q_SLOTS:
         FillKeywordTable({{QStringLiteral("Tom,Jerry"), 4}});
         QTemporaryDir dir;
         frmSummary summary(nullptr);
+        // A list of one word has that row current and selected, as a longer one has its first.
+        auto* list = summary.findChild<QTreeWidget*>(QStringLiteral("lvwResults"));
+        QVERIFY(list->currentItem() == list->topLevelItem(0) && list->topLevelItem(0)->isSelected());
         summary.show();
         Print(summary, dir.filePath(QStringLiteral("no such folder/out.pdf")), 2, 0);
         QVERIFY(m_printed.isEmpty());
