@@ -100,6 +100,15 @@ void tst_CliSearch::numericRulesWithoutALocale() {
     QCOMPARE(terminal.exitCode, 0);
     QVERIFY(terminal.out.contains("\rKeywords Found: "));
     QVERIFY(terminal.out.contains("\nSite: "));
+    // A caption held back at the end of a page's burst is drawn while the next page loads: the
+    // count after the first page shows, though a later one replaces it before the run ends.
+    SiteSim slow({"--latency", "200"});
+    const int firstPage = healthOf({AsianAntiques, "--auctions", "50"}, slow)["health"].toObject()["distinct_words"].toInt();
+    quoted.clear();
+    for (const QString& argument : QStringList{MARQUILL_CLI, "search", "--node", AsianAntiques} + m_run.Common(&slow))
+        quoted << u'\'' + argument + u'\'';
+    const QString drawn = QString::fromUtf8(runProgram("script", {"-qec", quoted.join(u' '), "/dev/null"}).out);
+    QVERIFY2(drawn.contains(QRegularExpression(QString("Keywords Found: %1\\D").arg(firstPage))), qPrintable(drawn));
     QCOMPARE(runCli(search, "POSIX").out, c.out);
     QCOMPARE(runCli(search + QStringList{"--locale", "C.UTF-8"}, "en_GB.UTF-8").out, c.out);
     QCOMPARE(runCli(search, "en_US.UTF-8").out, c.out);
