@@ -29,12 +29,6 @@ public:
     }
     bool IsFinished() const override { return m_finished; }
     PageResponse TakeResponse() override { return std::move(m_response); }
-    void Abort() override {
-        m_finished = true;
-        m_response.ok = false;
-        m_response.failure = PageFailure::Aborted;
-        m_response.body.clear();
-    }
 
 private:
     QObject m_guard;

@@ -32,7 +32,6 @@ public:
     }
     bool IsFinished() const override { return true; }
     PageResponse TakeResponse() override { return std::move(m_response); }
-    void Abort() override {}
 
 private:
     PageResponse m_response;
@@ -56,14 +55,6 @@ public:
 
     bool IsFinished() const override { return m_finished; }
     PageResponse TakeResponse() override { return std::move(m_response); }
-    void Abort() override {
-        if (m_finished)
-            return;
-        m_response.ok = false;
-        m_response.failure = PageFailure::Aborted;
-        m_finished = true;
-        Release();
-    }
 
 private:
     void ReadAvailable() {

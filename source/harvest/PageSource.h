@@ -45,8 +45,6 @@ public:
     virtual bool IsFinished() const = 0;
     // The response, once IsFinished(); may be called once.
     virtual PageResponse TakeResponse() = 0;
-    // Ends the load now; IsFinished() turns true with ok false.
-    virtual void Abort() = 0;
 };
 
 // Where pages come from: HTTP for the program, stored files for unit tests.

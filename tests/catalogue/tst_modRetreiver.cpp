@@ -45,7 +45,6 @@ public:
     ~EndlessLoad() override { *m_abandoned = m_polls <= 1000; }
     bool IsFinished() const override { return ++m_polls > 1000; }
     PageResponse TakeResponse() override { return {}; }
-    void Abort() override {}
 
 private:
     bool* m_abandoned;

@@ -7,7 +7,6 @@ public:
     explicit ReadyLoad(PageResponse response) : m_response(std::move(response)) {}
     bool IsFinished() const override { return true; }
     PageResponse TakeResponse() override { return std::move(m_response); }
-    void Abort() override {}
 
 private:
     PageResponse m_response;
