@@ -1,6 +1,8 @@
+#include "ApiClient.h"
 #include "ApiKeys.h"
 #include "ApiScan.h"
 #include "CliRun.h"
+#include "LocalHttpServer.h"
 #include "modParser.h"
 
 #include <QElapsedTimer>
@@ -20,6 +22,7 @@ private Q_SLOTS:
     void tokenLimitsAndRefusals();
     void stopsEndTheServiceWaitAndTheItemWalk();
     void serviceAddressesAndTheirLaterPages();
+    void whatTheServiceSeesAndHowItsFailuresRead();
     void keyFileRules_data();
     void keyFileRules();
 
@@ -209,6 +212,57 @@ void tst_CliApi::serviceAddressesAndTheirLaterPages() {
     QCOMPARE(offsetOfPage3("?limit=1&offset=5"), "7");
     QCOMPARE(offsetOfPage3("?limit=0"), "100");
     QCOMPARE(offsetOfPage3("?category_ids=7"), "100");
+}
+
+void tst_CliApi::whatTheServiceSeesAndHowItsFailuresRead() {
+    LocalHttpServer service([](const LocalHttpRequest& request, QTcpSocket* socket) {
+        socket->write(LocalHttpServer::Response(200,
+                                                request.Path() == "/identity/v1/oauth2/token"
+                                                    ? R"({"access_token": "t0k", "expires_in": 7200})"
+                                                    : R"({"total": 0, "itemSummaries": []})",
+                                                "application/json"));
+    });
+    const QStringList variables{"MARQUILL_EBAY_API", "MARQUILL_EBAY_RATE", "MARQUILL_EBAY_CLIENT_ID",
+                                "MARQUILL_EBAY_CLIENT_SECRET"};
+    // One that is always busy, asked at once again as it says: four more times, then its refusal
+    // (a runaway is stopped rather than waited for). One that hangs up answers nothing.
+    int asked = 0;
+    LocalHttpServer busy([&asked](const LocalHttpRequest&, QTcpSocket* socket) {
+        if (++asked > 10)
+            HarvestState.StopRequested = FlagTrue;
+        socket->write(LocalHttpServer::Response(429, "{}", "application/json", "Retry-After: 0\r\n"));
+    });
+    LocalHttpServer silent([](const LocalHttpRequest&, QTcpSocket* socket) { socket->abort(); });
+    const QStringList values{service.Origin(), "1000", "sample-id", "sample-secret"};
+    for (int i = 0; i < 4; ++i)
+        qputenv(variables[i].toLatin1(), values[i].toUtf8());
+    HarvestState = HarvestRecord();
+    const bool answered = ApiClient().Get(ApiSearchUrl("7"), "EBAY_GB").Ok();
+    qputenv("MARQUILL_EBAY_API", busy.Origin().toUtf8());
+    const ApiReply refused = ApiClient().Get(ApiSearchUrl("7"), "EBAY_GB");
+    qputenv("MARQUILL_EBAY_API", silent.Origin().toUtf8());
+    const ApiReply unanswered = ApiClient().Get(ApiSearchUrl("7"), "EBAY_GB");
+    for (const QString& variable : variables)
+        qunsetenv(variable.toLatin1());
+    QCOMPARE(asked, 1 + ApiClient::MaxRetries);
+    QVERIFY(refused.httpStatus == 429 && refused.message.startsWith("The site's API refused"));
+    QCOMPARE(unanswered.failure, PageFailure::Network);
+    QVERIFY2(unanswered.message.startsWith("The site's API at " + silent.Origin() + " did not answer"),
+             qPrintable(unanswered.message));
+    QVERIFY(answered);
+    QCOMPARE(service.Requests().size(), 2);
+    const LocalHttpRequest& token = service.Requests()[0];
+    QCOMPARE(token.method + ' ' + token.Path(), "POST /identity/v1/oauth2/token");
+    QCOMPARE(token.Header("Authorization"), "Basic " + QByteArray("sample-id:sample-secret").toBase64());
+    QCOMPARE(token.Header("Content-Type"), "application/x-www-form-urlencoded");
+    QCOMPARE(token.Header("Accept"), "application/json");
+    QCOMPARE(token.body, "grant_type=client_credentials&scope=https%3A%2F%2Fapi.ebay.com%2Foauth%2Fapi_scope");
+    const LocalHttpRequest& search = service.Requests()[1];
+    QCOMPARE(search.method, "GET");
+    QVERIFY(search.target.startsWith("/buy/browse/v1/item_summary/search?category_ids=7&"));
+    QCOMPARE(search.Header("Authorization"), "Bearer t0k");
+    QCOMPARE(search.Header("X-EBAY-C-MARKETPLACE-ID"), "EBAY_GB");
+    QCOMPARE(search.Header("Accept"), "application/json");
 }
 
 void tst_CliApi::keyFileRules_data() {

@@ -1,8 +1,8 @@
 #pragma once
 
 // A tiny HTTP/1.1 server on 127.0.0.1 and a free port, for tests that need a real network peer.
-// It splits each connection's bytes into requests (GET-like: no request bodies), records them, and
-// hands each to the test's handler, which writes the answer, part of one, or nothing at all.
+// It splits each connection's bytes into requests (a body only by Content-Length), records them,
+// and hands each to the test's handler, which writes the answer, part of one, or nothing at all.
 
 #include <QByteArray>
 #include <QHash>
@@ -19,6 +19,7 @@ struct LocalHttpRequest {
     // As sent: "/path?query" in origin form, "http://host/path" when the client treats us as a proxy.
     QByteArray target;
     QList<std::pair<QByteArray, QByteArray>> headers;
+    QByteArray body;
     // 1 for the server's first connection, 2 for the second...
     int connection = 0;
 
@@ -111,7 +112,6 @@ private:
         qsizetype end;
         while ((end = buffer.indexOf("\r\n\r\n")) >= 0) {
             const QList<QByteArray> lines = buffer.left(end).split('\n');
-            buffer.remove(0, end + 4);
             LocalHttpRequest request;
             request.connection = connection;
             const QList<QByteArray> first = lines.value(0).trimmed().split(' ');
@@ -123,6 +123,11 @@ private:
                     request.headers.append(
                         {lines[i].left(colon).trimmed(), lines[i].mid(colon + 1).trimmed()});
             }
+            const qsizetype bodySize = request.Header("Content-Length").toLongLong();
+            if (buffer.size() < end + 4 + bodySize)
+                break;
+            request.body = buffer.mid(end + 4, bodySize);
+            buffer.remove(0, end + 4 + bodySize);
             m_requests.append(request);
             m_handler(request, socket);
             if (!m_buffers.contains(socket) || socket->state() != QAbstractSocket::ConnectedState)
