@@ -102,7 +102,7 @@ void tst_CliSearch::numericRulesWithoutALocale() {
     QVERIFY(terminal.out.contains("\nSite: "));
     // A caption held back at the end of a page's burst is drawn while the next page loads: the
     // count after the first page shows, though a later one replaces it before the run ends.
-    SiteSim slow({"--latency", "200"});
+    SiteSim slow({"--latency", "300"});
     const int firstPage = healthOf({AsianAntiques, "--auctions", "50"}, slow)["health"].toObject()["distinct_words"].toInt();
     quoted.clear();
     for (const QString& argument : QStringList{MARQUILL_CLI, "search", "--node", AsianAntiques} + m_run.Common(&slow))
