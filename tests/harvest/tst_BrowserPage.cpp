@@ -265,6 +265,7 @@ private Q_SLOTS:
                  QStringLiteral("utf-8"));
         QCOMPARE(MetaCharset("<p>charset=utf-8</p>"), QString());
         QCOMPARE(MetaCharset("<meta =koi8-r><meta charset=utf-8>"), QStringLiteral("utf-8"));
+        QCOMPARE(MetaCharset("<meta name=charset content=koi8-r><meta charset=utf-8>"), QStringLiteral("utf-8"));
         QCOMPARE(MetaCharset(QByteArray(5000, ' ') + "<meta charset=utf-8>"), QString());
     }
 

@@ -133,6 +133,8 @@ void tst_Research::compareSetsTheSearchesSideBySide() {
     const Run missing = runCli({"compare", "--node", AsianAntiques, "--data", dir, "--proxy", proxy});
     QCOMPARE(missing.exitCode, 2);
     QVERIFY(missing.err.contains("ebay.co.uk"));
+    const Run noNode = runCli({"compare", "--data", dir, "--proxy", proxy});
+    QVERIFY(noNode.exitCode == 2 && noNode.err.contains("compare: missing --node"));
 }
 
 void tst_Research::phrasesAndSharesFollowTheTally() {
