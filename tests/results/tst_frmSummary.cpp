@@ -168,6 +168,9 @@ private Q_SLOTS:
                      Text(summary, "lblKeywordCount"),
                  shown);
         QCOMPARE(Text(summary, "lblSite"), QStringLiteral("ebay.co.uk"));
+        // The heading alone is bold.
+        QVERIFY(summary.findChild<QLabel*>(QStringLiteral("Label1"))->font().bold() &&
+                !summary.findChild<QLabel*>(QStringLiteral("Label2"))->font().bold());
     }
 
     void browseSavesTheList_data() {
