@@ -1,4 +1,5 @@
 #include "CategoryFileBytes.h"
+#include "ServiceVariables.h"
 #include "SiteSim.h"
 #include "catalogue/ApiCategories.h"
 #include "catalogue/modRetreiver.h"
@@ -371,21 +372,14 @@ void tst_modRetreiver::aRefusedSaveEndsTheCrawlThoughTheDiskRecovers() {
     QFETCH(bool, throughApi);
     AddStoredPages();
     std::optional<SiteSim> site;
-    const QStringList variables{"MARQUILL_EBAY_API", "MARQUILL_EBAY_RATE", "MARQUILL_EBAY_CLIENT_ID",
-                                "MARQUILL_EBAY_CLIENT_SECRET"};
+    std::optional<ServiceVariables> service;
+    const auto restore = qScopeGuard([] { SetRefreshSource(std::nullopt); });
     if (throughApi) {
         site.emplace();
         QVERIFY(site->isRunning());
-        const QStringList values{site->proxyUrl().toString(), "1000", "sample-id", "sample-secret"};
-        for (int i = 0; i < variables.size(); ++i)
-            qputenv(variables[i].toLatin1(), values[i].toUtf8());
+        service.emplace(site->proxyUrl().toString());
         SetRefreshSource(CategorySource::Api);
     }
-    const auto restore = qScopeGuard([&] {
-        SetRefreshSource(std::nullopt);
-        for (const QString& variable : variables)
-            qunsetenv(variable.toLatin1());
-    });
     // The first main category's second sub-category is refused (a folder stands where the file
     // goes) and the disk is back by the next yield: no later find may land in the file behind the
     // hole. The refused save is known by the writer's temporary file, which it drops.

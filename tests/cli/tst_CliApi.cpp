@@ -3,6 +3,7 @@
 #include "ApiScan.h"
 #include "CliRun.h"
 #include "LocalHttpServer.h"
+#include "ServiceVariables.h"
 #include "modParser.h"
 
 #include <QElapsedTimer>
@@ -167,11 +168,7 @@ void tst_CliApi::tokenLimitsAndRefusals() {
 
 void tst_CliApi::stopsEndTheServiceWaitAndTheItemWalk() {
     SiteSim sim({"--fault", "429=offset=200", "--api-retry-after", "60"});
-    const QStringList variables{"MARQUILL_EBAY_API", "MARQUILL_EBAY_RATE", "MARQUILL_EBAY_CLIENT_ID",
-                                "MARQUILL_EBAY_CLIENT_SECRET"};
-    const QStringList values{sim.proxyUrl().toString(), "1000", "sample-id", "sample-secret"};
-    for (int i = 0; i < 4; ++i)
-        qputenv(variables[i].toLatin1(), values[i].toUtf8());
+    const ServiceVariables service(sim.proxyUrl().toString());
     SetProgramFolder(m_dir.path());
     HarvestState = HarvestRecord();
     HarvestState.MaxAuctions = NoAuctionLimit;
@@ -194,8 +191,6 @@ void tst_CliApi::stopsEndTheServiceWaitAndTheItemWalk() {
     Hooks().Yield = [] { HarvestState.StopRequested = FlagTrue; };
     RunHarvest(ScopeSubCategory, ApiSearchUrl(folkArtId(sim)), nullptr, nullptr);
     ResetHooks();
-    for (const QString& variable : variables)
-        qunsetenv(variable.toLatin1());
     QCOMPARE(HarvestState.AuctionsScanned, 0);
     QCOMPARE(HarvestState.ScanHalted, FlagTrue);
 }
@@ -222,8 +217,6 @@ void tst_CliApi::whatTheServiceSeesAndHowItsFailuresRead() {
                                                     : R"({"total": 0, "itemSummaries": []})",
                                                 "application/json"));
     });
-    const QStringList variables{"MARQUILL_EBAY_API", "MARQUILL_EBAY_RATE", "MARQUILL_EBAY_CLIENT_ID",
-                                "MARQUILL_EBAY_CLIENT_SECRET"};
     // One that is always busy, asked at once again as it says: four more times, then its refusal
     // (a runaway is stopped rather than waited for). One that hangs up answers nothing.
     int asked = 0;
@@ -233,17 +226,13 @@ void tst_CliApi::whatTheServiceSeesAndHowItsFailuresRead() {
         socket->write(LocalHttpServer::Response(429, "{}", "application/json", "Retry-After: 0\r\n"));
     });
     LocalHttpServer silent([](const LocalHttpRequest&, QTcpSocket* socket) { socket->abort(); });
-    const QStringList values{service.Origin(), "1000", "sample-id", "sample-secret"};
-    for (int i = 0; i < 4; ++i)
-        qputenv(variables[i].toLatin1(), values[i].toUtf8());
+    ServiceVariables variables(service.Origin());
     HarvestState = HarvestRecord();
     const bool answered = ApiClient().Get(ApiSearchUrl("7"), "EBAY_GB").Ok();
-    qputenv("MARQUILL_EBAY_API", busy.Origin().toUtf8());
+    variables.At(busy.Origin());
     const ApiReply refused = ApiClient().Get(ApiSearchUrl("7"), "EBAY_GB");
-    qputenv("MARQUILL_EBAY_API", silent.Origin().toUtf8());
+    variables.At(silent.Origin());
     const ApiReply unanswered = ApiClient().Get(ApiSearchUrl("7"), "EBAY_GB");
-    for (const QString& variable : variables)
-        qunsetenv(variable.toLatin1());
     QCOMPARE(asked, 1 + ApiClient::MaxRetries);
     QVERIFY(refused.httpStatus == 429 && refused.message.startsWith("The site's API refused"));
     QCOMPARE(unanswered.failure, PageFailure::Network);
